@@ -1,0 +1,58 @@
+# Flags that every target of the project is built with.
+
+add_library(cmm_flags INTERFACE)
+target_compile_options(cmm_flags INTERFACE
+    -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror
+    -fno-omit-frame-pointer
+    # File names in log lines are relative to the project; no path of the builder gets in.
+    -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # Conditional variadic macro arguments: __VA_OPT__ of C++20, which clang 14 warns about nowhere
+    # but in C; and the log macros' formats are literals at every call.
+    target_compile_options(cmm_flags INTERFACE -Wno-unknown-warning-option)
+endif()
+
+if(CMM_SANITIZE)
+    target_compile_options(cmm_flags INTERFACE
+        -fsanitize=${CMM_SANITIZE} -fno-sanitize-recover=all)
+    target_link_options(cmm_flags INTERFACE -fsanitize=${CMM_SANITIZE})
+    if(CMM_SANITIZE MATCHES "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # g++ warns that it does not model fences; the project uses none, libraries' headers may.
+        target_compile_options(cmm_flags INTERFACE -Wno-error=tsan)
+    endif()
+endif()
+if(CMM_COVERAGE)
+    target_compile_options(cmm_flags INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(cmm_flags INTERFACE --coverage)
+endif()
+
+# Code without exceptions and run-time type information.
+add_library(cmm_plain_flags INTERFACE)
+target_link_libraries(cmm_plain_flags INTERFACE cmm_flags)
+target_compile_options(cmm_plain_flags INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+
+# cmm_add_twin_library(NAME name OBJECTS target MAP version-script LINK libraries...)
+#
+# A shared library and its static twin from the same objects. The static one, NAME_static, has the
+# same file name and leaves the symbols of the layers below undefined.
+function(cmm_add_twin_library)
+    cmake_parse_arguments(ARG "" "NAME;OBJECTS;MAP" "LINK;PRIVATE_LINK;INCLUDE" ${ARGN})
+
+    add_library(${ARG_NAME} SHARED $<TARGET_OBJECTS:${ARG_OBJECTS}>)
+    set_target_properties(${ARG_NAME} PROPERTIES
+        VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+        LINKER_LANGUAGE CXX LINK_DEPENDS ${ARG_MAP})
+    target_link_options(${ARG_NAME} PRIVATE
+        -Wl,--version-script=${ARG_MAP} -Wl,-z,nodelete -Wl,-Bsymbolic-functions)
+    if(NOT CMM_SANITIZE)
+        target_link_options(${ARG_NAME} PRIVATE -Wl,-z,defs)
+    endif()
+    target_link_libraries(${ARG_NAME} PUBLIC ${ARG_LINK} PRIVATE ${ARG_PRIVATE_LINK} cmm_flags)
+    target_include_directories(${ARG_NAME} PUBLIC ${ARG_INCLUDE})
+
+    add_library(${ARG_NAME}_static STATIC $<TARGET_OBJECTS:${ARG_OBJECTS}>)
+    set_target_properties(${ARG_NAME}_static PROPERTIES
+        OUTPUT_NAME ${ARG_NAME} LINKER_LANGUAGE CXX)
+    target_include_directories(${ARG_NAME}_static PUBLIC ${ARG_INCLUDE})
+endfunction()
