@@ -15,7 +15,7 @@ extern "C" {
  *
  * flag:    1 = RDMA; any other value is stored as it is and means TCP.
  * Threads: the one that starts the library, or one that knows that nobody reads the flag.
- * Logs:    info, "CMM usr rdma flag set to RDMA." or "... to TCP.".
+ * Logs:    info, not limited, "CMM usr rdma flag set to RDMA." or "... to TCP.".
  */
 CMM_API void cvx_usr_rdma_flag_set(uint32_t flag);
 
