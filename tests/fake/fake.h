@@ -85,7 +85,8 @@ struct fake_call {
 
 /*
  * All recorded calls in order, without those that a test rarely wants in its way: log, level
- * check, clocks, bounded functions and locks are counted only.
+ * check, clocks, bounded functions and locks. Of these the newest 10,000 each are kept, for
+ * fake_calls(op).
  */
 std::vector<fake_call> fake_calls();
 std::vector<fake_call> fake_calls(fake_op op); /* of one operation; works for every operation */
@@ -98,7 +99,9 @@ void                   fake_forget_calls(); /* counts and records start again at
 
 /*
  * Makes the n-th call from now (1 = the next) fail: with the operation's own failure value, or with
- * `value`. A failed call has no effect. Several faults of one operation may be set.
+ * `value` (a pointer's address, a negative number as it is cast). A failed call has no effect.
+ * Several faults of one operation may be set. An operation without a result then does
+ * nothing, but for lock and unlock, which cannot fail.
  */
 void fake_fail(fake_op op, uint64_t nth = 1);
 void fake_fail_with(fake_op op, uint64_t nth, uint64_t value);
@@ -116,21 +119,29 @@ struct fault {
     bool     hit; /* false in the last step: the operation got through without reaching it */
 };
 
-/* Runs `body` with the 1st, 2nd, ... call of `op` failing, until a run does not reach its fault. */
+/*
+ * Runs `body` with the 1st, 2nd, ... call of `op` failing, until a run does not reach its fault.
+ * `hit` turns true at the moment the fault strikes, so `body` reads it after the call under test.
+ */
 void for_each_fault(fake_op op, const std::function<void(const fault &)> &body);
 
 /* ------------------------------------------------------------------ what is out */
 
-uint64_t fake_objects_out();              /* objects of all slabs and pools and raw blocks */
+/*
+ * Objects are plain memory of exactly their size. A freed one is handed out again first and keeps
+ * its content until its slab is destroyed; a new one is filled with 0xA5.
+ */
+uint64_t fake_objects_out();                /* of all slabs and pools, allocators and raw blocks */
 uint64_t fake_objects_out(uint64_t handle); /* of one slab or pool */
 uint64_t fake_handles_alive();            /* slabs, memory pools and enclosing pools */
 uint64_t fake_partitions_alive();         /* of the unified memory manager */
+uint64_t fake_allocators_alive();         /* created over a table of size classes, not destroyed */
 bool     fake_handle_alive(uint64_t handle);
 
 /* Makes a slab or pool answer null once `max` objects are out, whatever its parameters say. */
 void fake_limit(uint64_t handle, uint64_t max);
 
-/* What the usage queries answer for every handle, instead of the fake's own counts. */
+/* What the usage queries answer for every handle but 0, instead of the fake's own counts. */
 void fake_set_usage(uint64_t total, uint64_t used);
 
 /* True while the spin lock is held; the fake's locks record and never spin. */
@@ -139,7 +150,7 @@ uint64_t fake_locks_held();
 
 /* ------------------------------------------------------------------ clocks and timers */
 
-/* Both clocks stand still until they are moved; they start at 1,000,000,000 ns and 1,000 jiffies. */
+/* Both clocks stand still until they are moved; they start at 1,000,000,000 ns and 1,000 ms. */
 void fake_set_nanosec(uint64_t now);
 void fake_advance_nanosec(uint64_t by);
 void fake_set_nanosec_step(uint64_t by); /* every reading moves the clock on by this, afterwards */
@@ -164,6 +175,9 @@ std::vector<fake_timer_state> fake_timers(); /* all that were ever initialised, 
 /* The process's executable, as its link under /proc says; default "/opt/node/bin/cmm_test". */
 void fake_set_executable(const std::string &path);
 
+/* A public pool for pub_mpool_alloc_i, as an embedder makes one. */
+uint64_t fake_make_public_pool();
+
 /* What realpath answers for every path, instead of the real answer; "" = the real one again. */
 void fake_set_realpath(const std::string &path);
 
@@ -175,7 +189,9 @@ void fake_set_ini(const std::string &path, const std::string &section = "",
                   const std::string &key = "", const std::string &value = "");
 
 void fake_set_total_mem(uint64_t bytes); /* default 200 MiB */
-void fake_set_numa(int status, uint64_t mask, uint32_t num); /* default 0, 1, 1 */
+
+/* status, node mask and number of nodes; default 0, 1, 1. Module names are "module_<id>". */
+void fake_set_numa(int status, uint64_t mask, uint32_t num);
 
 /* ------------------------------------------------------------------ log and console */
 
@@ -193,7 +209,9 @@ struct fake_line {
 
 /*
  * Every line written. Error and fatal lines also go to standard error as
- * "level|function|flag|text", so that death tests can match them exactly.
+ * "level|function|flag|text", so that death tests can match them exactly. The platform's own lines
+ * (stale handles, double and foreign frees, Mini-XML's complaints) are among them under module 1
+ * and the operation's name.
  */
 std::vector<fake_line>   fake_log();
 std::vector<fake_line>   fake_log_from(const std::string &func);
@@ -205,6 +223,9 @@ void                     fake_forget_log();
 /* Lines above this level are disabled; default ZYLOG_INFO. */
 void fake_set_log_level(uint32_t level);
 
-/* Console text: of DBG_Print at once, of DBG_PrintBuf as if the command had ended. */
+/*
+ * Console text: of DBG_Print at once, then all of DBG_PrintBuf as if the command had ended. The
+ * slab dumps are recorded as calls and print nothing.
+ */
 std::string fake_console();
 void        fake_forget_console();

@@ -19,6 +19,7 @@
 #include "zyumm_cmm_sgl.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_sgl_position.h"
 
 /* The owner's name and module are still those of the page's last allocation. */
 [[noreturn]] static void die_of_double_free(const page_ctrl *ctrl, uint8_t flags,
@@ -98,14 +99,6 @@ uint32_t try_free_one_page(page_ctrl *ctrl, uint32_t module_id, const char *func
     return 0;
 }
 
-/* SGLs without used entries are passed over, however many follow each other; null at the end. */
-static SGL *skip_unused(SGL *sgl)
-{
-    while (sgl != nullptr && sgl->entryNum == 0)
-        sgl = sgl->nextSgl;
-    return sgl;
-}
-
 uint32_t free_multi_page(SGL *chain, uint32_t module_id, const char *func, uint32_t line)
 {
     SGL *cur_sgl = chain;
@@ -113,8 +106,7 @@ uint32_t free_multi_page(SGL *chain, uint32_t module_id, const char *func, uint3
 
     /* A chain shorter than its count ends the walk quietly: its SGLs still have to go back. */
     for (uint32_t left = chain->entrySumInChain; left > 0; --left) {
-        cur_sgl = skip_unused(cur_sgl);
-        if (cur_sgl == nullptr)
+        if (!cmm_settle_position(&cur_sgl, &index))
             break;
         try_free_one_page(cur_sgl->entries[index].pageCtrl, module_id, func, line);
         move2NextEntryAndModifyPSgl(&cur_sgl, &index);

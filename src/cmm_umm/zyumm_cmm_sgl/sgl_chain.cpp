@@ -18,6 +18,7 @@
 #include "sgl_local.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_sgl_position.h"
 
 void allocOneSgl(SGL **out, uint32_t owner_id, const char *func, uint32_t line)
 {
@@ -121,7 +122,7 @@ void cpmm_print_sgl_detail(SGL *sgl)
     SGL     *cur   = sgl;
     uint32_t index = 0;
     for (uint32_t left = sgl->entrySumInChain; left != 0; --left) {
-        if (!sgl_settle_position(&cur, &index))
+        if (!cmm_settle_position(&cur, &index))
             return;
         const SGL_ENTRY *entry = &cur->entries[index];
         CMM_LOG_LIMITED(

@@ -31,6 +31,7 @@
 #include "bounded.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_sgl_position.h"
 
 /* One memcpy_s; also what a failed copy has to say about it. */
 struct piece {
@@ -176,7 +177,7 @@ static copy_end copy_chain(const copy_measure<Way> &measure, SGL *sgl, uint32_t 
 
     auto     side       = static_cast<typename Way::bytes>(buffer);
     copy_end on_failure = copy_end::FIRST_FAILED;
-    while (sgl_settle_position(&cur, &index)) {
+    while (cmm_settle_position(&cur, &index)) {
         SGL_ENTRY     *entry = &cur->entries[index];
         const uint32_t count = std::min((entry->len & measure.mask) - offset, length);
         if (measure.copy(entry, offset, side, count) != 0) {

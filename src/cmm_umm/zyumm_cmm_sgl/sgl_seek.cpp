@@ -17,6 +17,7 @@
 #include "sgl_local.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_sgl_position.h"
 
 /* `remainder` less the bytes of one entry, in 32 bits whatever the length is. */
 static int32_t take_off(int32_t remainder, uint32_t len)
@@ -43,7 +44,7 @@ static lookup look_up(uint32_t measure, SGL *sgl, uint32_t offset, SGL **cur_sgl
     uint32_t i         = 0;
     int32_t  remainder = int32_t(offset);
     while (remainder != 0) {
-        if (!sgl_settle_position(&cur, &i))
+        if (!cmm_settle_position(&cur, &i))
             return lookup::BEYOND;
         const uint32_t len  = cur->entries[i].len & measure;
         const int32_t  rest = take_off(remainder, len);
@@ -53,7 +54,7 @@ static lookup look_up(uint32_t measure, SGL *sgl, uint32_t offset, SGL **cur_sgl
         ++i;
     }
     /* On a boundary the position stands behind an entry, and the next one's first byte is meant. */
-    if (offset != 0 && !sgl_settle_position(&cur, &i))
+    if (offset != 0 && !cmm_settle_position(&cur, &i))
         return lookup::BEYOND;
 
     *cur_sgl      = cur;
@@ -214,7 +215,7 @@ static uint32_t count_entries(SGL *sgl, uint32_t index, int32_t bytes)
 {
     uint32_t count = 0;
     while (bytes > 0) {
-        if (!sgl_settle_position(&sgl, &index))
+        if (!cmm_settle_position(&sgl, &index))
             return 0;
         bytes = take_off(bytes, sgl->entries[index].len);
         ++index;
