@@ -1,0 +1,21 @@
+/*
+ * What is still out when a process is about to stop the library.
+ */
+#pragma once
+
+#include <cstdint>
+
+struct leak_audit {
+    uint64_t pages    = 0;
+    uint64_t sgls     = 0;
+    uint64_t requests = 0;
+    uint64_t queued   = 0; /* records of requests that wait for pages */
+
+    bool clean() const { return pages + sgls + requests + queued == 0; }
+};
+
+/* Counts what callers hold. */
+leak_audit audit_objects();
+
+/* Prints the holders of every pool that is not empty to the debug console: module, function, line. */
+void print_holders(const leak_audit &audit);

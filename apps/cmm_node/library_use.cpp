@@ -1,0 +1,82 @@
+/*
+ * Finds the configuration, starts the library and looks whether all three pools are there.
+ */
+#include "library_use.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "missing_pool.h"
+#include "node_error.h"
+#include "zyumm_cmm.h"
+#include "zyumm_cmm_page.h"
+#include "zyumm_cmm_req.h"
+#include "zyumm_cmm_sgl.h"
+
+namespace {
+
+constexpr uint32_t LONGEST_REQUEST = 128; /* pages: 1 MiB of data */
+constexpr uint32_t PAGES_OF_A_PLACE = 8;  /* the queue has one place for every 8 pages */
+
+/* Where the build, and a package, put the sample: beside the program's folder. */
+std::string sample_config_dir()
+{
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+    return (program.parent_path().parent_path() / "etc" / "cmm_node").string();
+}
+
+void choose_config(const std::string &config_dir)
+{
+    const std::string dir = config_dir.empty() ? sample_config_dir() : config_dir;
+
+    if (!std::filesystem::is_directory(dir))
+        throw node_error(dir + ": no folder with a configuration");
+    if (zyumm_set_config_path(dir.c_str(), __func__, __LINE__) != CMM_OK)
+        throw node_error(dir + ": cannot be used as the configuration's folder");
+    if (access(g_config_path, R_OK) != 0)
+        throw system_failure(g_config_path, errno);
+}
+
+} // namespace
+
+library_use::library_use(const std::string &config_dir)
+{
+    choose_config(config_dir);
+    if (cmm_module_init() != CMM_OK)
+        throw node_error("the library did not start; --log-level info tells more");
+    running_ = true;
+
+    const std::string missing = why_a_pool_is_missing();
+    if (!missing.empty()) {
+        stop();
+        throw node_error(missing);
+    }
+}
+
+library_use::~library_use()
+{
+    stop();
+}
+
+bool library_use::stop()
+{
+    if (!running_)
+        return true;
+    running_ = false;
+    return cmm_module_exit() == CMM_OK;
+}
+
+uint32_t thread_limit()
+{
+    return std::max(1u, std::min(g_ucmm_config.page_max / PAGES_OF_A_PLACE, g_ucmm_config.req_max));
+}
+
+uint32_t chunk_limit()
+{
+    const uint64_t entries = uint64_t(g_ucmm_config.sgl_max) * SGL_MAX_ENTRY_NUM;
+    const uint64_t pages = std::min<uint64_t>({LONGEST_REQUEST, g_ucmm_config.page_max, entries});
+    return uint32_t(pages) * PAGE_DATA_SIZE;
+}

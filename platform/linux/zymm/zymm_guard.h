@@ -1,0 +1,78 @@
+/*
+ * What is done to find writes that an object's holder must not do.
+ *
+ *     |<-------- obj_size -------->|<- GUARD_BYTES ->|<- up to the alignment ->|
+ *
+ * Under AddressSanitizer everything but the bytes of objects that are out is poisoned: a use after
+ * free and a write past the end are reported at the guilty line. In the checking build
+ * (-DZYMM_CHECKING) the guard is filled when an object goes out and looked at when it comes back.
+ * In every other build there is no guard and nothing here costs anything.
+ *
+ * The layer itself never writes into an object that is free: what the last holder left in it stays
+ * readable for those accessors of the library above that look at freed page records.
+ */
+#pragma once
+
+#include <stdint.h>
+#include <string.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define ZYMM_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ZYMM_ASAN 1
+#endif
+#endif
+
+#ifdef ZYMM_ASAN
+#include <sanitizer/asan_interface.h>
+#endif
+
+namespace zymm
+{
+
+#if defined(ZYMM_ASAN) || defined(ZYMM_CHECKING)
+enum : uint64_t { GUARD_BYTES = 16 };
+#else
+enum : uint64_t { GUARD_BYTES = 0 };
+#endif
+
+enum : int { GUARD_FILL = 0xC5 };
+
+inline void guard_poison([[maybe_unused]] const void *memory, [[maybe_unused]] uint64_t bytes)
+{
+#ifdef ZYMM_ASAN
+    ASAN_POISON_MEMORY_REGION(memory, bytes);
+#endif
+}
+
+inline void guard_unpoison([[maybe_unused]] const void *memory, [[maybe_unused]] uint64_t bytes)
+{
+#ifdef ZYMM_ASAN
+    ASAN_UNPOISON_MEMORY_REGION(memory, bytes);
+#endif
+}
+
+/* An object goes out: its bytes become usable and the guard behind them is set. */
+inline void guard_open(void *object, uint64_t obj_size)
+{
+#if defined(ZYMM_CHECKING) && !defined(ZYMM_ASAN)
+    memset(static_cast<char *>(object) + obj_size, GUARD_FILL, GUARD_BYTES);
+#endif
+    guard_unpoison(object, obj_size);
+}
+
+/* False when somebody wrote past the end of the object that comes back. */
+inline bool guard_is_whole([[maybe_unused]] const void *object, [[maybe_unused]] uint64_t obj_size)
+{
+#if defined(ZYMM_CHECKING) && !defined(ZYMM_ASAN)
+    const unsigned char *guard = static_cast<const unsigned char *>(object) + obj_size;
+    for (uint64_t at = 0; at < GUARD_BYTES; at++) {
+        if (guard[at] != GUARD_FILL)
+            return false;
+    }
+#endif
+    return true;
+}
+
+} // namespace zymm

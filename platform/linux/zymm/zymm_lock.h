@@ -1,0 +1,37 @@
+/*
+ * Scoped mutex over pthread_mutex_t. An all-zero mutex is a valid unlocked one, so records that are
+ * born as zero pages need no constructor and, being used again and again, no destructor.
+ *
+ * Order of the layer's locks, outermost first; a thread that holds one takes only later ones:
+ *
+ *     allocator's create, raw blocks' creation
+ *     a slab's growth lock
+ *     an enclosing pool's lock
+ *     a depot's lock (several of one slab: in the order of their nodes)
+ *     address map, control stores, handle table
+ */
+#pragma once
+
+#include <pthread.h>
+
+namespace zymm
+{
+
+class scoped_lock {
+public:
+    explicit scoped_lock(pthread_mutex_t *mutex) : mutex_(mutex)
+    {
+        pthread_mutex_lock(mutex_);
+    }
+    ~scoped_lock()
+    {
+        pthread_mutex_unlock(mutex_);
+    }
+    scoped_lock(const scoped_lock &) = delete;
+    scoped_lock &operator=(const scoped_lock &) = delete;
+
+private:
+    pthread_mutex_t *mutex_;
+};
+
+} // namespace zymm
