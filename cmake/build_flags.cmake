@@ -6,12 +6,6 @@ target_compile_options(cmm_flags INTERFACE
     -fno-omit-frame-pointer
     # File names in log lines are relative to the project; no path of the builder gets in.
     -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
-if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    # Conditional variadic macro arguments: __VA_OPT__ of C++20, which clang 14 warns about nowhere
-    # but in C; and the log macros' formats are literals at every call.
-    target_compile_options(cmm_flags INTERFACE -Wno-unknown-warning-option)
-endif()
-
 if(CMM_SANITIZE)
     target_compile_options(cmm_flags INTERFACE
         -fsanitize=${CMM_SANITIZE} -fno-sanitize-recover=all)

@@ -51,7 +51,8 @@ def seam_operations(directory):
         text = re.sub(r"^\s*#.*$", "", without_comments(header.read_text()), flags=re.M)
         text = re.sub(r"\{[^{}]*\}", "{}", text.replace('extern "C" {', ""))
         for statement in text.split(";"):
-            if "typedef" in statement or "struct" in statement.split("(")[0] and "*" not in statement:
+            record = "struct" in statement.split("(")[0] and "*" not in statement
+            if "typedef" in statement or record:
                 continue
             match = re.match(r"\s*[\w\s\*]*?\b(\w+)\s*\(", statement)
             if match:
@@ -192,7 +193,8 @@ def self_test():
         expect(f"{name} may be missing in the header", check_names({"a.h": less}, groups, names))
         fewer = {"a.h": [key for key in names if key != name]}
         expect(f"{name} may be missing in the script", check_names({"a.h": names}, fewer, names))
-    expect("a function may become data", check_names({"a.h": names}, groups, {**names, "start": "data"}))
+    expect("a function may become data",
+           check_names({"a.h": names}, groups, {**names, "start": "data"}))
     expect("a name may stand under another header",
            check_names({"a.h": names}, {"b.h": list(names)}, names))
 

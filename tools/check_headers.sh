@@ -9,7 +9,7 @@ cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.."
 cc=$1
 cxx=$2
 shift 2
-warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wstrict-prototypes -Werror)
+warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 failed=0
 
 compiles_alone()
@@ -25,9 +25,9 @@ check()
 {
     local header=$1
     shift
-    compiles_alone "$header" "$cc" -x c -std=c11 "${warnings[@]}" "$@" || failed=1
-    compiles_alone "$header" "$cxx" -x c++ -std=c++20 "${warnings[@]/-Wstrict-prototypes/-Wall}" "$@" ||
+    compiles_alone "$header" "$cc" -x c -std=c11 "${warnings[@]}" -Wstrict-prototypes "$@" ||
         failed=1
+    compiles_alone "$header" "$cxx" -x c++ -std=c++20 "${warnings[@]}" "$@" || failed=1
 }
 
 for header in include/*.h platform/include/*.h; do

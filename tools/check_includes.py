@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Who may include what.
 
-    check_includes.py [ROOT]       checks the tree; prints one line a breach, exits 1 if there are any
+    check_includes.py [ROOT]       prints one line a breach, exits 1 if there are any
     check_includes.py --self-test  shows that every rule is able to fail
 
 The folders of the project are its architecture, and an include is the only way to break it
@@ -28,7 +28,8 @@ SEAM_LAYER = {
 TYPES_HEADER = "zyumm_cmm_types.h"
 TYPES_MAY_EMBED = {"zyax.h", "zymm.h", "zyumm.h"}
 LIBC_OF_HEADERS = {"stdint.h", "stddef.h", "stdarg.h"}
-VENDORS = ("mxml.h", "numa.h", "numaif.h", "ini.h", "INIReader.h", "spdlog/", "fmt/", "CLI/", "gtest/")
+VENDORS = ("mxml.h", "numa.h", "numaif.h", "ini.h", "INIReader.h", "spdlog/", "fmt/", "CLI/",
+           "gtest/")
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]')
 

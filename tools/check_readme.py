@@ -65,7 +65,8 @@ def falsehoods(root):
     return lines
 
 
-SOUND = ("# x\n\n" + MAP_TITLE + "\n\n```\napps/      programs\n  first_steps/   an example\n```\n\n"
+SOUND = ("# x\n\n" + MAP_TITLE + "\n\n"
+         "```\napps/      programs\n  first_steps/   an example\n```\n\n"
          "## First steps\n\n```c\nint x;\n```\n\n[more](docs/more.md)\n")
 
 

@@ -17,5 +17,5 @@ struct leak_audit {
 /* Counts what callers hold. */
 leak_audit audit_objects();
 
-/* Prints the holders of every pool that is not empty to the debug console: module, function, line. */
+/* Prints who holds what is out to the debug console: module, function, line. */
 void print_holders(const leak_audit &audit);

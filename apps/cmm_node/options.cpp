@@ -16,23 +16,26 @@ constexpr const char *ABOUT =
     "the integrity bytes of every sector, then reads every replica back and compares.";
 
 constexpr const char *MORE =
-    "An image is <replica dir>/replica-<k>/<index>-<name>.img: sectors of 520 bytes, 512 of the file\n"
-    "and 8 integrity bytes; the last sector is filled up with zeros.\n"
+    "An image is <replica dir>/replica-<k>/<index>-<name>.img: sectors of 520 bytes, 512 of the\n"
+    "file and 8 integrity bytes; the last sector is filled up with zeros.\n"
     "Exit status: 0 all protected and verified, 1 failure, 2 wrong usage.";
 
 constexpr const char *LEVEL_HELP =
     "What the library logs: fatal, error, warning or info. Default error: a dry pool, which is "
     "normal here, is a warning";
 
-const std::map<std::string, uint32_t> LEVELS = {
-    {"fatal", ZYLOG_FATAL}, {"error", ZYLOG_ERROR}, {"warning", ZYLOG_WARNING}, {"info", ZYLOG_INFO}};
+const std::map<std::string, uint32_t> LEVELS = {{"fatal", ZYLOG_FATAL},
+                                                {"error", ZYLOG_ERROR},
+                                                {"warning", ZYLOG_WARNING},
+                                                {"info", ZYLOG_INFO}};
 
 void add_options(CLI::App &app, node_options *options)
 {
     app.add_option("files", options->files, "Files to protect")->required()->option_text("FILE...");
     app.add_option("--replicas", options->replicas, "Images of each file [2]")
         ->check(CLI::Range(1u, 16u))->option_text("N");
-    app.add_option("--replica-dir", options->replica_dir, "Where the images lie [a temporary folder]")
+    app.add_option("--replica-dir", options->replica_dir,
+                   "Where the images lie [a temporary folder]")
         ->option_text("DIR");
     app.add_option("--threads", options->threads, "Worker threads [8]")
         ->check(CLI::Range(1u, 256u))->option_text("N");
@@ -46,9 +49,11 @@ void add_options(CLI::App &app, node_options *options)
     app.add_option("--log-file", options->log_file,
                    "Log there instead of to standard error; three files of 10 MiB at most")
         ->option_text("FILE");
-    app.add_flag("--verify-only", options->verify_only, "Only compare the images of an earlier run");
-    app.add_flag("--keep", options->keep, "Keep the images; otherwise they are removed at the end,\n"
-                                          "unless one is found damaged");
+    app.add_flag("--verify-only", options->verify_only,
+                 "Only compare the images of an earlier run");
+    app.add_flag("--keep", options->keep,
+                 "Keep the images; otherwise they are removed at the end,\n"
+                 "unless one is found damaged");
     app.add_flag("--quiet", options->quiet, "Say nothing but failures");
     app.set_version_flag("--version", std::string("cmm_node ") + CMM_NODE_VERSION);
 }

@@ -8,8 +8,8 @@
  *       wakes up  <------------------ delivers
  *     ~page_run -- gives back ------> ... and the poller is told
  *
- * A request that times out is answered by the platform's timer thread while the queue's list lock is
- * held: the call-backs only store the result and signal, they call nothing of the library.
+ * A request that times out is answered by the platform's timer thread while the queue's list lock
+ * is held: the call-backs only store the result and signal, they call nothing of the library.
  *
  * Owner: a waiter belongs to one worker, but must outlive the library's start: the thread that
  * delivers may still be on its way out of the signal when the worker is running again.

@@ -109,7 +109,8 @@ void worker::protect(const chunk &part)
 
     if (copyDataFromBufferToSglIgnoreDif(pages.chain(), 0, source_.data(),
                                          whole_sectors(part.length)) != 0)
-        throw node_error(part.file->source.path + ": copying into the pages failed at byte offset " +
+        throw node_error(part.file->source.path +
+                         ": copying into the pages failed at byte offset " +
                          std::to_string(part.offset));
     for (const replica_image &image : part.file->images)
         image.write(pages.chain(), part.offset, part.length);

@@ -4,6 +4,8 @@
  *
  *     first_steps DIR      DIR holds config/node_config.xml or node_config.xml
  */
+#define _POSIX_C_SOURCE 200809L /* nanosleep */
+
 #include <stdio.h>
 #include <string.h>
 #include <time.h>

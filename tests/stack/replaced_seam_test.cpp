@@ -7,21 +7,24 @@
 
 #include "node_process.h"
 
+/* Visible, as the functions of a program are unless it is built like this project's tests. */
+#define PROGRAMS_OWN extern "C" __attribute__((visibility("default")))
+
 static std::atomic<uint32_t> lines_seen{0};
 static std::atomic<uint32_t> copies_seen{0};
 
-extern "C" int zylog_level_check(uint32_t, uint32_t)
+PROGRAMS_OWN int zylog_level_check(uint32_t, uint32_t)
 {
     return 0;
 }
 
-extern "C" void zylog(uint32_t, uint32_t, const char *, uint32_t, const char *, uint32_t,
-                      const char *, ...)
+PROGRAMS_OWN void zylog(uint32_t, uint32_t, const char *, uint32_t, const char *, uint32_t,
+                        const char *, ...)
 {
     lines_seen++;
 }
 
-extern "C" int memcpy_s(void *dst, size_t dst_max, const void *src, size_t count)
+PROGRAMS_OWN int memcpy_s(void *dst, size_t dst_max, const void *src, size_t count)
 {
     copies_seen++;
     if (count > dst_max)

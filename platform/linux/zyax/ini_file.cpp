@@ -133,7 +133,6 @@ int zyax_cfg_init(const char *path, zyax_cfg **cfg)
         return -1;
     }
 
-    *cfg = nullptr;
     FILE *file = fopen(path, "re");
     if (file == nullptr)
         return -1;

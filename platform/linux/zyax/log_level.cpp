@@ -4,8 +4,8 @@
  *     bit 7        the module has a level of its own
  *     bits 0 to 6  its level, exclusive-or ZYLOG_WARNING
  *
- * The exclusive-or makes the zeroed table say "warnings and worse" from the first instruction of the
- * process on, so that a check is one load and needs nothing to be initialised. A change of the
+ * The exclusive-or makes the zeroed table say "warnings and worse" from the first instruction of
+ * the process on, so that a check is one load and needs nothing to be initialised. A change of the
  * default level writes the whole table instead; that is rare, checks are not.
  *
  * The index is the low 16 bits of the module id: that is all of an id that page records keep, too.

@@ -3,9 +3,9 @@
  *
  * Loading. Mini-XML loses the nodes of a document whose first element is broken, and takes a
  * document whose outermost element is never closed. So a document without a parent of the caller's
- * is loaded below a node of ours, from which a failure can be released as a whole, and is then given
- * the shape that Mini-XML gives: the first node is the tree, and where that is a declaration, the
- * nodes that follow it are its children.
+ * is loaded below a node of ours, from which a failure can be released as a whole, and is then
+ * given the shape that Mini-XML gives: the first node is the tree, and where that is a declaration,
+ * the nodes that follow it are its children.
  *
  *     holder -+- ?xml             ?xml -+- config
  *             +- config    ==>          +- comment

@@ -120,6 +120,9 @@ void zylog(uint32_t module_id, uint32_t level, const char *file, uint32_t line, 
         return;
     }
 
+    if (zylog_level_check(module_id, level) != 0)
+        return;
+
     const int kept_errno = errno;
     va_list args;
     va_start(args, format);

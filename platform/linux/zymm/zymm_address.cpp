@@ -93,24 +93,26 @@ static void clear_entries(uintptr_t base, uint64_t bytes)
     }
 }
 
-bool address_enter(uintptr_t base, uint64_t bytes, piece *owner)
+bool address_enter(const void *base, uint64_t bytes, piece *owner)
 {
     static_assert(sizeof(map_leaf) == sizeof(map_branch), "both come from one store");
     scoped_lock held(&s_map_lock);
-    const bool entered = set_entries(base, bytes, owner);
+    const uintptr_t from = reinterpret_cast<uintptr_t>(base);
+    const bool entered = set_entries(from, bytes, owner);
     if (!entered)
-        clear_entries(base, bytes);
+        clear_entries(from, bytes);
     return entered;
 }
 
-void address_remove(uintptr_t base, uint64_t bytes)
+void address_remove(const void *base, uint64_t bytes)
 {
     scoped_lock held(&s_map_lock);
-    clear_entries(base, bytes);
+    clear_entries(reinterpret_cast<uintptr_t>(base), bytes);
 }
 
-piece *address_find(uintptr_t address)
+piece *address_find(const void *object)
 {
+    const uintptr_t address = reinterpret_cast<uintptr_t>(object);
     const map_leaf *leaf = leaf_of(address);
     if (leaf == nullptr)
         return nullptr;

@@ -62,7 +62,7 @@ static allocator_body *make_body(const char *name, uint32_t items)
     const char *kept_name = name != nullptr ? name : "";
     strncpy_s(body->name, sizeof body->name, kept_name, sizeof body->name - 1);
     body->count = 0;
-    body->map_bytes = items * sizeof(slab *);
+    body->map_bytes = items * sizeof(body->classes[0]);
     body->classes = static_cast<slab **>(system_map(body->map_bytes, PAGE_BYTES));
     if (body->classes != nullptr)
         return body;
@@ -155,7 +155,7 @@ static int allocator_free(zymm_allocator *allocator, void *memory, uint32_t modu
                           const char *func)
 {
     const allocator_body *body = body_of(allocator);
-    const piece *p = address_find(reinterpret_cast<uintptr_t>(memory));
+    const piece *p = address_find(memory);
     slab *s = p != nullptr ? p->owner.load(std::memory_order_acquire) : nullptr;
     if (body == nullptr || s == nullptr || s->group != body) {
         ZYMM_ERROR("zymm_allocator.free", "%p is no memory of the allocator, freed by %u %s.",

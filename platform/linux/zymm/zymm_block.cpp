@@ -6,7 +6,7 @@
  *     above         a slab of its own with one object, destroyed by the free
  *
  * So a raw block is an object like any other: it has an owner, and a block that is freed twice or
- * was never one is refused. All these slabs carry the mark of this file, by which a free knows them.
+ * was never one is refused. These slabs carry a mark of this file, by which a free knows them.
  *
  * Threads: any. A class's slab is published with a release store under a lock that only the first
  * request of a class takes.
@@ -74,7 +74,8 @@ static slab *class_slab(uint32_t number)
 void *zymm_malloc(uint64_t size, uint32_t module_id, const char *func)
 {
     const bool is_large = size > LARGEST_CLASS;
-    slab *s = is_large ? make_slab("raw block", size, 1, &s_large_mark) : class_slab(class_for(size));
+    slab *s = is_large ? make_slab("raw block", size, 1, &s_large_mark)
+                       : class_slab(class_for(size));
     if (s == nullptr)
         return nullptr;
     void *memory = slab_alloc(s, module_id, func, 0);
@@ -87,7 +88,7 @@ void zymm_free(void *memory, uint32_t module_id, const char *func)
 {
     if (memory == nullptr)
         return;
-    const piece *p = address_find(reinterpret_cast<uintptr_t>(memory));
+    const piece *p = address_find(memory);
     slab *s = p != nullptr ? p->owner.load(std::memory_order_acquire) : nullptr;
     const void *mark = s != nullptr ? s->group : nullptr;
     if (mark != &s_small_mark && mark != &s_large_mark) {

@@ -39,13 +39,14 @@ void *object_of(const object_record *record)
 {
     const piece *p = piece_of(record);
     const slab *s = p->owner.load(std::memory_order_relaxed);
-    return reinterpret_cast<void *>(p->base + record->index * s->stride);
+    return p->base + record->index * s->stride;
 }
 
 object_record *record_at(const piece *p, const void *object)
 {
     const slab *s = p->owner.load(std::memory_order_relaxed);
-    const uint64_t offset = reinterpret_cast<uintptr_t>(object) - p->base;
+    const uint64_t offset =
+        reinterpret_cast<uintptr_t>(object) - reinterpret_cast<uintptr_t>(p->base);
     const uint64_t index = offset / s->stride;
     if (index * s->stride != offset || index >= p->carved)
         return nullptr;

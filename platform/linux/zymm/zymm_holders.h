@@ -30,8 +30,8 @@ struct holder_list {
 bool holders_gather(slab *s, holder_list *list);
 void holders_release(holder_list *list);
 
-/* Writes warning lines about the objects that are out: one that counts them, and one for each of the
- * largest groups. */
+/* Writes warning lines about the objects that are out: one that counts them, and one for each of
+ * the largest groups. */
 void holders_report(slab *s, const char *operation, const char *caller);
 
 /* Whole seconds between a time of allocation and now. */

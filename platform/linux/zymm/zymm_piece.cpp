@@ -102,7 +102,7 @@ static void unmake_records(piece *p)
 static const char *back_kept(const slab *s, piece *p)
 {
     const uint64_t bytes = uint64_t(p->keep) * s->stride;
-    if (!system_populate(reinterpret_cast<void *>(p->base), bytes))
+    if (!system_populate(p->base, bytes))
         return "no memory to back min_num objects";
     if (!system_populate(p->records - 1, (uint64_t(p->keep) + 1) * sizeof(object_record)))
         return "no memory to back records";
@@ -112,8 +112,8 @@ static const char *back_kept(const slab *s, piece *p)
 /* The steps after the memory; each leaves what piece_release undoes. */
 static const char *furnish(slab *s, piece *p, uint64_t keep)
 {
-    node_bind(reinterpret_cast<void *>(p->base), p->bytes, p->node);
-    const char *failure = put_attributes(s, reinterpret_cast<void *>(p->base), p->bytes);
+    node_bind(p->base, p->bytes, p->node);
+    const char *failure = put_attributes(s, p->base, p->bytes);
     if (failure == nullptr)
         failure = make_records(p);
     if (failure != nullptr)
@@ -124,7 +124,7 @@ static const char *furnish(slab *s, piece *p, uint64_t keep)
     if (failure != nullptr)
         return failure;
 
-    guard_poison(reinterpret_cast<void *>(p->base), p->bytes);
+    guard_poison(p->base, p->bytes);
     return address_enter(p->base, p->bytes, p) ? nullptr : "no memory for the address map";
 }
 
@@ -139,7 +139,7 @@ const char *piece_make(slab *s, const piece_wish *wish, piece **made)
         return s->enclosing != nullptr ? "the enclosing pool is used up" : "no memory";
     }
 
-    p->base = reinterpret_cast<uintptr_t>(memory);
+    p->base = memory;
     p->node = wish->node;
     p->carved = 0;
     p->keep = 0;
@@ -160,7 +160,7 @@ void piece_release(slab *s, piece *p)
     address_remove(p->base, p->bytes);
     p->owner.store(nullptr, std::memory_order_release);
     unmake_records(p);
-    give_memory(s, reinterpret_cast<char *>(p->base), p->bytes);
+    give_memory(s, p->base, p->bytes);
     store_put(&s_pieces, p);
 }
 

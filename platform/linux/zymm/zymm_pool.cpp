@@ -2,8 +2,6 @@
  * Enclosing pools.
  *
  *     pool ── extent (size) ── extent (n x extension) ── ...
- *                │
- *                └─ one bit a unit of 64 KiB: | 1 1 1 1 0 0 1 1 ... |   1 = lies in a piece
  *
  * The first extent has the pool's size, mapped when the pool is made and backed page by page as it
  * is used (a slab's min_num is backed at its creation). Once no run is long enough, the pool grows
@@ -15,8 +13,8 @@
  * that nobody has ever used. Free objects stay with their slab; pieces come back when it goes.
  *
  * One lock a pool, over its extents and its list of members; the members' depots are locked below
- * it. A slab joins before it has pieces, is taken off the list before it gives them back, and leaves
- * after the last one: a listed member is always alive, and a pool outlives all its pieces.
+ * it. A slab joins before it has pieces, is taken off the list before it gives them back, and
+ * leaves after the last one: a listed member is always alive, and a pool outlives all its pieces.
  */
 #include "zymm_pool.h"
 
@@ -25,6 +23,7 @@
 
 #include "bounded.h"
 #include "zymm_address.h"
+#include "zymm_extent.h"
 #include "zymm_handle.h"
 #include "zymm_lock.h"
 #include "zymm_seam.h"
@@ -34,14 +33,6 @@
 
 namespace zymm
 {
-
-struct extent {
-    extent  *next;
-    char    *base;
-    uint64_t units;
-    uint64_t header_bytes;
-    uint64_t used[]; /* bit map */
-};
 
 struct pool {
     void           *store_link;
@@ -53,79 +44,7 @@ struct pool {
     uint64_t        member_count;
 };
 
-struct unit_run {
-    extent  *in;
-    uint64_t first, units;
-};
-
 static control_store s_pools = {PTHREAD_MUTEX_INITIALIZER, nullptr, nullptr, nullptr};
-
-static bool is_used(const extent *e, uint64_t unit)
-{
-    return (e->used[unit / 64] >> unit % 64 & 1) != 0;
-}
-
-static void mark(extent *e, uint64_t first, uint64_t units, bool used)
-{
-    for (uint64_t unit = first; unit < first + units; unit++) {
-        const uint64_t bit = 1ull << unit % 64;
-        e->used[unit / 64] = used ? e->used[unit / 64] | bit : e->used[unit / 64] & ~bit;
-    }
-}
-
-static extent *extent_make(uint64_t bytes)
-{
-    const uint64_t units = bytes / UNIT_BYTES;
-    const uint64_t header_bytes = sizeof(extent) + round_up(units, 64) / 8;
-    extent *e = static_cast<extent *>(system_map(header_bytes, PAGE_BYTES));
-    if (e == nullptr)
-        return nullptr;
-    e->base = static_cast<char *>(system_map(bytes, HUGE_BYTES));
-    if (e->base == nullptr) {
-        system_unmap(e, header_bytes);
-        return nullptr;
-    }
-    e->units = units;
-    e->header_bytes = header_bytes;
-    return e;
-}
-
-static void extents_release(extent *first)
-{
-    while (first != nullptr) {
-        extent *e = first;
-        first = e->next;
-        system_unmap(e->base, e->units * UNIT_BYTES);
-        system_unmap(e, e->header_bytes);
-    }
-}
-
-/* Improves *best by the extent's runs; true once a run of `want` units is found. */
-static bool search_extent(extent *e, uint64_t want, uint64_t align_units, unit_run *best)
-{
-    for (uint64_t at = 0; at < e->units;) {
-        at = round_up(at, align_units);
-        uint64_t length = 0;
-        while (length < want && at + length < e->units && !is_used(e, at + length))
-            length++;
-        if (length > best->units)
-            *best = {e, at, length};
-        if (length == want)
-            return true;
-        at += length + 1;
-    }
-    return false;
-}
-
-static unit_run longest_run(pool *p, uint64_t want, uint64_t align_units)
-{
-    unit_run best = {nullptr, 0, 0};
-    for (extent *e = p->extents; e != nullptr; e = e->next) {
-        if (search_extent(e, want, align_units, &best))
-            break;
-    }
-    return best;
-}
 
 static bool grow_pool(pool *p, uint64_t least)
 {
@@ -137,6 +56,12 @@ static bool grow_pool(pool *p, uint64_t least)
     e->next = p->extents;
     p->extents = e;
     return true;
+}
+
+static unit_run longest_run(const pool *p, uint64_t want, uint64_t align)
+{
+    const uint64_t units = round_up(want, UNIT_BYTES) / UNIT_BYTES;
+    return extents_search(p->extents, units, align > UNIT_BYTES ? align / UNIT_BYTES : 1);
 }
 
 /* Makes a run as it came from the system; what its last user asked of it must not linger. */
@@ -153,10 +78,7 @@ static void clean(char *base, uint64_t bytes)
 static void give_locked(pool *p, char *base, uint64_t bytes)
 {
     clean(base, bytes);
-    for (extent *e = p->extents; e != nullptr; e = e->next) {
-        if (base >= e->base && base < e->base + e->units * UNIT_BYTES)
-            mark(e, uint64_t(base - e->base) / UNIT_BYTES, bytes / UNIT_BYTES, false);
-    }
+    extents_free(p->extents, base, bytes);
 }
 
 /* Cuts the uncarved end off a piece, whose depot is locked; the first object always stays. */
@@ -172,7 +94,7 @@ static void cut_piece(pool *p, slab *owner, piece *from)
     const uint64_t room = bytes / owner->stride;
     const uint32_t capacity = room < from->capacity ? uint32_t(room) : from->capacity;
     address_remove(from->base + bytes, from->bytes - bytes);
-    give_locked(p, reinterpret_cast<char *>(from->base + bytes), from->bytes - bytes);
+    give_locked(p, from->base + bytes, from->bytes - bytes);
     owner->capacity.fetch_sub(from->capacity - capacity, std::memory_order_relaxed);
     from->capacity = capacity;
     from->bytes = bytes;
@@ -198,23 +120,19 @@ static void cut_others(pool *p, const slab *asker)
 
 char *pool_take(pool *p, slab *asker, uint64_t want, uint64_t least, uint64_t align, uint64_t *got)
 {
-    const uint64_t want_units = round_up(want, UNIT_BYTES) / UNIT_BYTES;
     const uint64_t least_units = round_up(least, UNIT_BYTES) / UNIT_BYTES;
-    const uint64_t align_units = align > UNIT_BYTES ? align / UNIT_BYTES : 1;
-
     scoped_lock held(&p->lock);
-    unit_run run = longest_run(p, want_units, align_units);
+    unit_run run = longest_run(p, want, align);
     if (run.units < least_units) {
         if (!grow_pool(p, least))
             cut_others(p, asker);
-        run = longest_run(p, want_units, align_units);
+        run = longest_run(p, want, align);
     }
-    if (run.units < least_units)
+    if (run.in == nullptr || run.units < least_units)
         return nullptr;
 
-    mark(run.in, run.first, run.units, true);
     *got = run.units * UNIT_BYTES;
-    return run.in->base + run.first * UNIT_BYTES;
+    return extent_use(&run);
 }
 
 void pool_give(pool *p, char *base, uint64_t bytes)

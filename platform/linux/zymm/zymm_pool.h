@@ -14,7 +14,7 @@ struct slab;
 /* Makes the slab a member of the pool behind the handle; null when the handle is stale. */
 pool *pool_join(uint64_t handle, slab *member);
 
-/* From here on nobody cuts the slab's pieces; it still counts, since it has yet to give them back. */
+/* From here on nobody cuts the slab's pieces; it still counts, having yet to give them back. */
 void pool_unlist(pool *p, slab *member);
 void pool_leave(pool *p);
 

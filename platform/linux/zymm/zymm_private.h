@@ -42,7 +42,7 @@ uint64_t zymm_create_slab_ex(const zymm_slab_param *param, const zymm_slab_extra
  */
 int zymm_slab_destroy_empty(uint64_t slab, const char *operation);
 
-/* As zymm_slab_malloc (line 0) and zymm_slab_free; a refusal's line is in the name of `operation`. */
+/* As zymm_slab_malloc (line 0) and zymm_slab_free; refusals are logged as `operation`. */
 void *zymm_slab_malloc_for(uint64_t slab, uint32_t module_id, const char *caller,
                            const char *operation);
 int   zymm_slab_free_for(uint64_t slab, void *object, uint32_t module_id, const char *caller,

@@ -103,7 +103,7 @@ uint32_t zymm_object_get_numaid(uint64_t handle, const void *object)
     slab *s = slab_behind(handle, __func__);
     if (s == nullptr)
         return NO_NODE;
-    piece *p = address_find(reinterpret_cast<uintptr_t>(object));
+    piece *p = address_find(object);
     const bool is_own = p != nullptr && p->owner.load(std::memory_order_acquire) == s;
     if (!is_own || !is_object(p, s, object)) {
         ZYMM_ERROR(__func__, "slab %s: %p is no object of it.", s->name, object);

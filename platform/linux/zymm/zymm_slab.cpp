@@ -122,7 +122,7 @@ int slab_free(slab *s, void *object, uint32_t module_id, const char *func, const
     const holder who = {func, module_id, 0, 0};
     holder before = {nullptr, 0, 0, 0};
     free_verdict verdict = FREE_NO_OBJECT;
-    piece *p = address_find(reinterpret_cast<uintptr_t>(object));
+    piece *p = address_find(object);
     if (p != nullptr && p->owner.load(std::memory_order_acquire) == s)
         verdict = give_back(s, p, object, &who, &before);
     if (verdict == FREE_DONE)

@@ -79,7 +79,7 @@ struct piece {
     std::atomic<slab *> owner; /* null while the descriptor is not in use */
     piece              *next;  /* in its depot */
     object_record      *records;
-    uintptr_t           base;
+    char               *base;
     uint64_t            bytes;
     uint64_t            record_bytes;
     uint32_t            capacity;
@@ -161,7 +161,7 @@ void depot_add(slab *s, depot *d, piece *p);
 /* Takes from the node's depot after making it larger; null when that is not possible. */
 object_record *slab_grow(slab *s, uint32_t node, const holder *who);
 
-/* Backs min_num objects (and at least one piece of a locked or one-block slab); null, or why not. */
+/* Backs min_num objects, and at least one piece of a locked or one-block slab; null, or why not. */
 const char *slab_back(slab *s);
 
 /* Gives all pieces back. */

@@ -53,12 +53,13 @@ void *system_map(uint64_t bytes, uint64_t align)
     if (bytes == 0 || bytes > UINT64_MAX / 4)
         return nullptr;
     const uint64_t whole = round_up(bytes, PAGE_BYTES);
-    char *memory = static_cast<char *>(map_anonymous(align > PAGE_BYTES ? whole + align : whole, 0));
+    const uint64_t surplus = align > PAGE_BYTES ? align : 0;
+    char *memory = static_cast<char *>(map_anonymous(whole + surplus, 0));
     if (memory == nullptr)
         return nullptr;
 
     s_mapped.fetch_add(whole, std::memory_order_relaxed);
-    return align > PAGE_BYTES ? cut_to_alignment(memory, whole, align) : memory;
+    return surplus != 0 ? cut_to_alignment(memory, whole, align) : memory;
 }
 
 void *system_map_huge(uint64_t bytes)

@@ -15,7 +15,8 @@ class BoundedAtTheEdge : public testing::Test
 protected:
     void SetUp() override
     {
-        m_page = mmap(nullptr, 2 * 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        m_page = mmap(nullptr, 2 * 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1,
+                      0);
         ASSERT_NE(m_page, MAP_FAILED);
         ASSERT_EQ(mprotect(end(), 4096, PROT_NONE), 0);
     }

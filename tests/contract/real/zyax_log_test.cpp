@@ -71,6 +71,7 @@ TEST(Zylog, each_level_has_its_name)
 {
     const temp_folder folder;
     log_to_file(folder);
+    zyax_log_set_level(7);
 
     LOG(ZYLOG_FATAL, "a");
     LOG(ZYLOG_ERROR, "b");
@@ -111,6 +112,19 @@ TEST(Zylog, the_default_level_holds_for_modules_without_one_of_their_own)
     EXPECT_EQ(zylog_level_check(78, ZYLOG_INFO), 0);
     EXPECT_EQ(zylog_level_check(0, ZYLOG_INFO), 0);
     EXPECT_EQ(zylog_level_check(65535, ZYLOG_INFO), 0);
+}
+
+TEST(Zylog, a_line_of_a_disabled_level_is_dropped)
+{
+    const temp_folder folder;
+    log_to_file(folder);
+
+    LOG(ZYLOG_INFO, "disabled");
+    LOG(ZYLOG_WARNING, "enabled");
+    zyax_log_flush();
+
+    EXPECT_EQ(folder.read_lines("run.log").size(), 1u);
+    EXPECT_EQ(zyax_log_dropped(), 0u);
 }
 
 TEST(Zylog, fatal_lines_cannot_be_switched_off)

@@ -14,7 +14,8 @@ class ZyaxMemory : public testing::Test
 protected:
     void SetUp() override
     {
-        m_start = mmap(nullptr, 3 * 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        m_start = mmap(nullptr, 3 * 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1,
+                       0);
         ASSERT_NE(m_start, MAP_FAILED);
     }
 

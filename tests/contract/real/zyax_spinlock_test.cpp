@@ -206,7 +206,8 @@ static void lock_with_magic(uint32_t magic, uint64_t owner)
 TEST(ZyaxSpinlockDeath, a_record_with_a_wrong_magic_ends_the_process)
 {
     EXPECT_EXIT(lock_with_magic(0xdead4eae, 0), testing::KilledBySignal(SIGABRT),
-                "has a wrong magic, called by the_caller line 5: word\\(0\\) magic\\(0xdead4eae\\)");
+                "has a wrong magic, called by the_caller line 5: word\\(0\\) "
+                "magic\\(0xdead4eae\\)");
 }
 
 TEST(ZyaxSpinlockDeath, a_record_without_magic_that_is_not_all_zero_is_no_lock)

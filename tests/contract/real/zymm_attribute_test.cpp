@@ -12,12 +12,6 @@
 #include "contract/core/mpool_helpers.h"
 #include "zymm_real_helpers.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define MLOCK_DOES_NOTHING 1 /* the sanitizers replace mlock by a function that only answers 0 */
-#else
-#define MLOCK_DOES_NOTHING 0
-#endif
-
 namespace
 {
 
@@ -166,7 +160,7 @@ TEST(ZymmAttribute, a_pool_on_huge_pages_works_whether_the_system_has_them_or_no
 
 TEST(ZymmAttribute, a_locked_pools_memory_is_locked)
 {
-    if (MLOCK_DOES_NOTHING)
+    if (SANITIZED)
         GTEST_SKIP() << "sanitizers switch mlock off";
     const uint64_t pool = make_mpool_with(0x100, 4096, 100);
     if (pool == 0)
@@ -178,7 +172,7 @@ TEST(ZymmAttribute, a_locked_pools_memory_is_locked)
 
 TEST(ZymmAttribute, a_locked_pool_beyond_the_limit_is_refused_with_a_line)
 {
-    if (MLOCK_DOES_NOTHING)
+    if (SANITIZED)
         GTEST_SKIP() << "sanitizers switch mlock off";
     rlimit before = {};
     getrlimit(RLIMIT_MEMLOCK, &before);

@@ -10,6 +10,7 @@ std::atomic<uint32_t> s_runs{0};
 std::atomic<bool>     s_may_end{false};
 uint64_t              s_outer_word;
 uint64_t              s_inner_word;
+uint64_t              s_own_word;
 uint32_t              s_inner_status;
 
 /* Ends only when it is told to, so that all other callers have to wait. */
@@ -34,7 +35,7 @@ uint32_t outer_initialiser()
 uint32_t self_asking_initialiser()
 {
     uint32_t status = 0;
-    return zymm_init_once(&s_outer_word, self_asking_initialiser, &status, "itself");
+    return zymm_init_once(&s_own_word, self_asking_initialiser, &status, "itself");
 }
 
 } // namespace
@@ -89,7 +90,7 @@ TEST(ZymmOnceReal, an_initialiser_that_asks_for_its_own_word_is_refused_with_a_l
     uint32_t          status = 0;
     uint32_t          result = 0;
     const std::string log    = log_of([&] {
-        result = zymm_init_once(&s_outer_word, self_asking_initialiser, &status, "outer");
+        result = zymm_init_once(&s_own_word, self_asking_initialiser, &status, "outer");
     });
     EXPECT_EQ(result, 0xFFFFFFFFu);
     EXPECT_EQ(count_of(log, "called again by its own initialiser"), 1u) << log;

@@ -27,6 +27,13 @@ constexpr uint64_t RED_ZONE = 16;
 constexpr uint64_t RED_ZONE = 0;
 #endif
 
+/* Under these sanitizers mlock does nothing and the address space must not be limited. */
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool SANITIZED = true;
+#else
+constexpr bool SANITIZED = false;
+#endif
+
 /* Everything that the platform logs to standard error while `action` runs. */
 inline std::string log_of(const std::function<void()> &action)
 {

@@ -1,5 +1,5 @@
 /*
- * Replicas that are not what they should be are found, with the byte; the sound ones are not blamed.
+ * Replicas that are not what they should be are found, with the byte; sound ones are not blamed.
  */
 #include <gmock/gmock.h>
 

@@ -195,7 +195,8 @@ TEST_F(NodeFailure, a_folder_without_a_configuration)
     const node_result run = node({make_file("file", "x")});
 
     EXPECT_EQ(run.code, 1);
-    EXPECT_EQ(run.err, "cmm_node: " + path("etc/node_config.xml") + ": No such file or directory\n");
+    EXPECT_EQ(run.err,
+              "cmm_node: " + path("etc/node_config.xml") + ": No such file or directory\n");
 }
 
 TEST_F(NodeFailure, a_configuration_directly_in_the_folder_serves)
@@ -277,6 +278,6 @@ TEST_F(NodeFailure, a_machine_whose_memory_is_a_multiple_of_4_gib_has_no_memory_
                                         scratch_);
 
     EXPECT_EQ(run.code, 1);
-    EXPECT_EQ(run.err, "cmm_node: this node's memory size has no value: the low 32 bits of its byte "
-                       "count are zero, so no section of the configuration can be chosen\n");
+    EXPECT_EQ(run.err, "cmm_node: this node's memory size has no value: the low 32 bits of its "
+                       "byte count are zero, so no section of the configuration can be chosen\n");
 }

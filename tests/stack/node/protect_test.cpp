@@ -130,7 +130,8 @@ TEST_F(NodeProtect, files_of_one_name_have_images_of_their_own)
 {
     std::filesystem::create_directories(path("a"));
     std::filesystem::create_directories(path("b"));
-    const node_result run = node({"--keep", make_file("a/same", "first"), make_file("b/same", "2.")});
+    const node_result run =
+        node({"--keep", make_file("a/same", "first"), make_file("b/same", "2.")});
 
     ASSERT_EQ(run.code, 0) << run.err;
     EXPECT_EQ(read_whole(image(1, "0-same")), expected_image("first"));
