@@ -11,8 +11,8 @@
  * In the data measure the 8 integrity bytes of a sector are neither read nor written.
  *
  * One core walks the chain for all four chain copies, and one walks the sectors of an entry for
- * both entry copies. A core never logs: it says how the copy ended and which piece failed, and each
- * operation writes its own line, at its own call site and so with its own limiter.
+ * both entry copies. A core never logs: it says how the copy ended and which piece failed, and what
+ * is around it writes the line, with limiters that no two operations share.
  *
  * Every piece is one memcpy_s whose destination size is the piece itself: the room was measured
  * by the walk already, and what the bounded copy adds is the check of pointers and overlap.
@@ -124,7 +124,6 @@ int32_t copyDataFromEntryToBufferIgnoreDif(SGL_ENTRY *entry, uint32_t offset, vo
 /* How a copy ended; each copy says the failures in its own words. */
 enum class copy_end {
     DONE,
-    NO_CHAIN,
     NO_BUFFER,
     NOT_FOUND,    /* the offset lies beyond the chain */
     FIRST_FAILED, /* the copy of the first piece, which starts inside its entry */
@@ -160,13 +159,11 @@ static constexpr copy_measure<into_chain> DATA_INTO = {
 static constexpr copy_measure<out_of_chain> DATA_OUT = {
     getCurrentSglByOffsetIgnoreDif, SGL_DATA_MEASURE, copyDataFromEntryToBufferIgnoreDif};
 
-/* `failed` is the piece whose copy failed when the copy ended so. */
+/* `sgl` is not null; `failed` is the piece whose copy failed when the copy ended so. */
 template <typename Way>
 static copy_end copy_chain(const copy_measure<Way> &measure, SGL *sgl, uint32_t offset,
                            typename Way::buffer buffer, uint32_t length, piece *failed)
 {
-    if (sgl == nullptr)
-        return copy_end::NO_CHAIN;
     if (buffer == nullptr)
         return copy_end::NO_BUFFER;
 
@@ -207,125 +204,108 @@ static copy_end copy_chain(const copy_measure<Way> &measure, SGL *sgl, uint32_t 
  * The null chain is "dstSgl" on the way into the chain and "srcSgl" on the way out. In the data
  * measure a failed first piece names buf + data offset, which is not where in memory it lies: the
  * entry copy's own line in front has that address.
+ *
+ * Each measure says its failures in one place for both directions; `func` is the operation. Every
+ * direction is an instance of its own, and so are the limiters in it: a flood of failed reads does
+ * not silence the first failed write.
  */
-int32_t copyDataFromBufferToSgl(SGL *dstSgl, uint32_t offset, const void *buffer, uint32_t length)
+template <typename Way>
+static int32_t full_copy(const copy_measure<Way> &measure, SGL *sgl, uint32_t offset,
+                         typename Way::buffer buffer, uint32_t length, const char *func)
 {
     piece failed = {};
-    switch (copy_chain(FULL_INTO, dstSgl, offset, buffer, length, &failed)) {
+    switch (copy_chain(measure, sgl, offset, buffer, length, &failed)) {
     case copy_end::DONE:
         return 0;
-    case copy_end::NO_CHAIN:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "dstSgl is NULL");
-        break;
     case copy_end::NO_BUFFER:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "buffer is NULL");
+        CMM_LOG_LIMITED_AS(func, ZYLOG_ERROR, "buffer is NULL");
         break;
     case copy_end::NOT_FOUND:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "Get current sgl by buffer offset failed.");
+        CMM_LOG_LIMITED_AS(func, ZYLOG_ERROR, "Get current sgl by buffer offset failed.");
         break;
     case copy_end::FIRST_FAILED:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u) offset(%u)",
-                        failed.dst, failed.src, failed.len, failed.offset);
+        CMM_LOG_LIMITED_AS(func, ZYLOG_ERROR,
+                           "Copy data failed. dest(%p) src(%p) len(%u) offset(%u)", failed.dst,
+                           failed.src, failed.len, failed.offset);
         break;
     case copy_end::LATER_FAILED:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u)", failed.dst,
-                        failed.src, failed.len);
+        CMM_LOG_LIMITED_AS(func, ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u)",
+                           failed.dst, failed.src, failed.len);
         break;
     case copy_end::CHAIN_ENDED:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "Sgl error.");
+        CMM_LOG_LIMITED_AS(func, ZYLOG_ERROR, "Sgl error.");
         break;
     }
     return -1;
 }
 
-int32_t copyDataFromSglToBuffer(SGL *srcSgl, uint32_t offset, void *buffer, uint32_t length)
+template <typename Way>
+static int32_t data_copy(const copy_measure<Way> &measure, SGL *sgl, uint32_t offset,
+                         typename Way::buffer buffer, uint32_t length, const char *func)
 {
     piece failed = {};
-    switch (copy_chain(FULL_OUT, srcSgl, offset, buffer, length, &failed)) {
+    switch (copy_chain(measure, sgl, offset, buffer, length, &failed)) {
     case copy_end::DONE:
         return 0;
-    case copy_end::NO_CHAIN:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "srcSgl is NULL");
-        break;
     case copy_end::NO_BUFFER:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "buffer is NULL");
+        CMM_LOG_LIMITED_AS(func, ZYLOG_ERROR, "buffer is NULL.");
         break;
     case copy_end::NOT_FOUND:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "Get current sgl by buffer offset failed.");
+        CMM_LOG_AS(func, ZYLOG_ERROR, "get current sgl by buffer offset failed.");
         break;
     case copy_end::FIRST_FAILED:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u) offset(%u)",
-                        failed.dst, failed.src, failed.len, failed.offset);
+        CMM_LOG_AS(func, ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u) offset(%u)",
+                   failed.dst, failed.src, failed.len, failed.offset);
         break;
     case copy_end::LATER_FAILED:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u)", failed.dst,
-                        failed.src, failed.len);
+        CMM_LOG_AS(func, ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u)", failed.dst,
+                   failed.src, failed.len);
         break;
     case copy_end::CHAIN_ENDED:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "Sgl error.");
+        CMM_LOG_AS(func, ZYLOG_ERROR, "Sgl error.");
         break;
     }
     return -1;
+}
+
+int32_t copyDataFromBufferToSgl(SGL *dstSgl, uint32_t offset, const void *buffer, uint32_t length)
+{
+    if (dstSgl == nullptr) {
+        CMM_LOG_LIMITED(ZYLOG_ERROR, "dstSgl is NULL");
+        return -1;
+    }
+
+    return full_copy(FULL_INTO, dstSgl, offset, buffer, length, __func__);
+}
+
+int32_t copyDataFromSglToBuffer(SGL *srcSgl, uint32_t offset, void *buffer, uint32_t length)
+{
+    if (srcSgl == nullptr) {
+        CMM_LOG_LIMITED(ZYLOG_ERROR, "srcSgl is NULL");
+        return -1;
+    }
+
+    return full_copy(FULL_OUT, srcSgl, offset, buffer, length, __func__);
 }
 
 int32_t copyDataFromBufferToSglIgnoreDif(SGL *dstSgl, uint32_t offset, const void *buffer,
                                          uint32_t length)
 {
-    piece failed = {};
-    switch (copy_chain(DATA_INTO, dstSgl, offset, buffer, length, &failed)) {
-    case copy_end::DONE:
-        return 0;
-    case copy_end::NO_CHAIN:
+    if (dstSgl == nullptr) {
         CMM_LOG_LIMITED(ZYLOG_ERROR, "dstSgl is NULL.");
-        break;
-    case copy_end::NO_BUFFER:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "buffer is NULL.");
-        break;
-    case copy_end::NOT_FOUND:
-        CMM_LOG(ZYLOG_ERROR, "get current sgl by buffer offset failed.");
-        break;
-    case copy_end::FIRST_FAILED:
-        CMM_LOG(ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u) offset(%u)", failed.dst,
-                failed.src, failed.len, failed.offset);
-        break;
-    case copy_end::LATER_FAILED:
-        CMM_LOG(ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u)", failed.dst, failed.src,
-                failed.len);
-        break;
-    case copy_end::CHAIN_ENDED:
-        CMM_LOG(ZYLOG_ERROR, "Sgl error.");
-        break;
+        return -1;
     }
-    return -1;
+
+    return data_copy(DATA_INTO, dstSgl, offset, buffer, length, __func__);
 }
 
 int32_t copyDataFromSglToBufferIgnoreDif(SGL *srcSgl, uint32_t offset, void *buffer,
                                          uint32_t length)
 {
-    piece failed = {};
-    switch (copy_chain(DATA_OUT, srcSgl, offset, buffer, length, &failed)) {
-    case copy_end::DONE:
-        return 0;
-    case copy_end::NO_CHAIN:
+    if (srcSgl == nullptr) {
         CMM_LOG_LIMITED(ZYLOG_ERROR, "srcSgl is NULL.");
-        break;
-    case copy_end::NO_BUFFER:
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "buffer is NULL.");
-        break;
-    case copy_end::NOT_FOUND:
-        CMM_LOG(ZYLOG_ERROR, "get current sgl by buffer offset failed.");
-        break;
-    case copy_end::FIRST_FAILED:
-        CMM_LOG(ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u) offset(%u)", failed.dst,
-                failed.src, failed.len, failed.offset);
-        break;
-    case copy_end::LATER_FAILED:
-        CMM_LOG(ZYLOG_ERROR, "Copy data failed. dest(%p) src(%p) len(%u)", failed.dst, failed.src,
-                failed.len);
-        break;
-    case copy_end::CHAIN_ENDED:
-        CMM_LOG(ZYLOG_ERROR, "Sgl error.");
-        break;
+        return -1;
     }
-    return -1;
+
+    return data_copy(DATA_OUT, srcSgl, offset, buffer, length, __func__);
 }
