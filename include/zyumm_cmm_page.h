@@ -1,6 +1,6 @@
 /*
- * Pages: the pool of I/O pages, the two zero pages, allocation and freeing, and the queue of
- * requests that wait for pages.
+ * Pages: the pool of I/O pages, the two zero pages, allocation and freeing, sharing and attributes,
+ * the queue of requests that wait for pages, eviction, usage, and console commands.
  *
  *     who wants              operation                              answer
  *     --------------------   ------------------------------------   ------------------------------
@@ -10,6 +10,8 @@
  *     a run, in time         allocMultiPagesForPagePoolTimeOut      through call-backs
  *     to give one page back  freeOnePage                            -
  *     to give a run back     freeMultiPages                         -
+ *     to share a page        incAndRetPageReference                 the new count
+ *     to let go of a share   decAndRetPageReference                 the count that is left
  *
  * A page is 16 sectors of 512 data bytes, each followed by 8 integrity bytes, with its control
  * record directly behind (see page_ctrl). Callers hold the record's address, never the page's.
@@ -31,6 +33,8 @@
 #ifndef ZYUMM_CMM_PAGE_H
 #define ZYUMM_CMM_PAGE_H
 
+#include <pthread.h>
+
 #include "zyumm_cmm_types.h"
 
 #ifdef __cplusplus
@@ -42,6 +46,9 @@ extern "C" {
 /* Handle of the page slab; 0 = no page pool. Written by the operations below only. */
 CMM_API extern uint64_t s_page_partition_id;
 
+/* Lets the first pool of the process start the eviction timer, and no later one. */
+CMM_API extern pthread_once_t g_page_evict_timer_init;
+
 /*
  * Creates the zero pages and then the pool, as the start of the library does: page_min to page_max
  * pages of g_ucmm_config. Does nothing, and succeeds, when page_max is 0, when the pool exists,
@@ -50,9 +57,12 @@ CMM_API extern uint64_t s_page_partition_id;
  *
  * 0; 0xFFFFFFFF on failure, and then zero pages that were made stay.
  *
+ * The first pool of the process also starts the eviction timer, see
+ * zyumm_page_evict_timer_create. A timer that cannot be started does not fail the creation.
+ *
  * Threads: the thread that starts the library; g_cmm_umm_partition must be set.
  * Logs:    info, not limited: that the I/O pool's owner creates the pool.
- *          error, not limited: zero pages, name copy or slab failed.
+ *          error, not limited: zero pages, name copy or slab failed. And as the timer's creation.
  */
 CMM_API uint32_t create_page_mempool(void);
 
@@ -71,7 +81,7 @@ CMM_API uint32_t create_page_mempool(void);
  *
  * Threads: the component's set-up thread, while nobody else creates or deletes the pool.
  * Logs:    error, not limited: each refusal and failure. A process that is not the creator is
- *          refused with the words for a pool that exists.
+ *          refused with the words for a pool that exists. And as the eviction timer's creation.
  */
 CMM_API uint32_t zyumm_page_slab_create(uint64_t pool_id, uint64_t attr, uint32_t module_id,
                                         const char *func);
@@ -421,6 +431,240 @@ CMM_API uint32_t page_init_hung_page_timeout_timer(void);
  */
 CMM_API uint32_t umm_delete_retry_timer(void);
 CMM_API uint32_t umm_delete_hung_page_timer(void);
+
+/* ------------------------------------------------------ references and attributes */
+
+/*
+ * One more reference of a page that the caller holds one of already. The three differ only in what
+ * the error line says about the caller.
+ *
+ *     operation                     func            line
+ *     ---------------------------   -------------   -------------
+ *     incAndRetPageReferenceInner   the caller's    the caller's
+ *     incAndRetPageReference        the caller's    the caller's
+ *     incPageRefByFunc              the caller's    0
+ *
+ * ctrl       the record; null is refused
+ * module_id  not read
+ * func       null is refused
+ *
+ * The new count; 0xFFFFFFFF on failure. A page that nobody held (free, or broken) fails too, and
+ * its count stays raised: the record is not judged before.
+ *
+ * Owner:   the caller holds one reference more; decAndRetPageReference or freeOnePage drops it.
+ * Threads: any that holds a reference, or was handed the page by a holder who keeps his meanwhile.
+ * Logs:    error, limited: a null argument. Error, not limited: nobody held the page; all lines as
+ *          function "incAndRetPageReferenceInner".
+ */
+CMM_API uint32_t incAndRetPageReferenceInner(page_ctrl *ctrl, uint32_t module_id, const char *func,
+                                             uint32_t line);
+CMM_API uint32_t incAndRetPageReference(page_ctrl *ctrl, const char *func, uint32_t line);
+CMM_API uint32_t incPageRefByFunc(page_ctrl *ctrl, uint32_t module_id, const char *func);
+
+/*
+ * Drop one reference of a page, as try_free_one_page; the last one returns the page. The retry
+ * queue is not kicked: a component whose drops are what others wait for uses freeOnePage.
+ * decPageRefByFunc drops with line 0.
+ *
+ * ctrl  the record; null is refused
+ * func  null is refused
+ *
+ * The count that is left; 0xFFFFFFFF when an argument is null or there is no pool.
+ *
+ * Threads: any that holds a reference; nobody may touch the page after dropping his own.
+ * Logs:    error, limited, as function "decAndRetPageReference": a null argument, no pool. And as
+ *          try_free_one_page.
+ * Fatal:   as try_free_one_page.
+ */
+CMM_API uint32_t decAndRetPageReference(page_ctrl *ctrl, uint32_t module_id, const char *func,
+                                        uint32_t line);
+CMM_API uint32_t decPageRefByFunc(page_ctrl *ctrl, uint32_t module_id, const char *func);
+
+/*
+ * The count of a page as it is at this moment; the record is not judged. 0xFFFFFFFF when an
+ * argument is null.
+ *
+ * Threads: any; with other holders about, the answer may be old when it arrives.
+ * Logs:    error, limited: a null argument.
+ */
+CMM_API uint32_t getPageReference(page_ctrl *ctrl, const char *func);
+
+/*
+ * The start of the page that a record belongs to; null when the record is null or not valid.
+ *
+ * A record is valid when it lies 8,320 bytes behind the page that it names, and the page is
+ * allocated. This and the operations below judge it alike, with two lines of their own as function
+ * "isPageCtrlValid": error, limited, one limiter a line whichever operation asked.
+ *
+ * Threads: any.
+ * Logs:    error, limited: null, not valid. And the line of the judgement.
+ */
+CMM_API uint8_t *getPageAddrByPageCtrl(page_ctrl *ctrl);
+
+/*
+ * Reads and sets the mark that the page's whole content is known to be zero. The library never
+ * looks at the content: whoever writes into the page clears the mark.
+ *
+ * ctrl     the record; null is refused
+ * is_zero  getPageZeroFlags: receives 1 or 0, and 0 for a record that is not valid; null is
+ *          refused, and with a null record nothing is written.
+ *          setPageZeroFlags: only the low 8 bits count, so 0x100 clears the mark
+ *
+ * Threads: any holder; one byte, no lock, the last writer wins.
+ * Logs:    error, limited: null, not valid. And the line of the judgement.
+ */
+CMM_API void    getPageZeroFlags(page_ctrl *ctrl, uint8_t *is_zero);
+CMM_API void    setPageZeroFlags(page_ctrl *ctrl, int is_zero);
+
+/*
+ * Adds bits to the page's valid bitmap, and reads it. What a bit means is the callers'; 0xFF says
+ * fully valid. Bits are only ever added; freeing the page clears them all.
+ *
+ * ctrl  the record; null and one that is not valid are refused, reading answers 0 then
+ *
+ * Threads: any holder; under the page's lock, so additions at once lose no bits.
+ * Logs:    error, not limited: null, not valid. And the line of the judgement, which is limited.
+ */
+CMM_API void    addPageValidBitMap(page_ctrl *ctrl, uint8_t bits);
+CMM_API uint8_t getPageValidBitMap(page_ctrl *ctrl);
+
+/* ------------------------------------------------------------ eviction and usage */
+
+/*
+ * The registered eviction handlers and the timer that calls them. For reading only: `count` with
+ * acquire first.
+ */
+CMM_API extern page_evict_table g_page_async_evict_handler;
+
+/*
+ * Clears the handler table, its timer included. The library runs it once, before the first
+ * registration or with the first pool; a second run would forget the handlers and a running timer.
+ *
+ * Threads: none beside it.
+ */
+CMM_API void     zyumm_page_evict_handler_init(void);
+
+/*
+ * Registers a handler that is to give pages back when they run short. Up to 8, in the order in
+ * which they will be called; one may be registered several times. There is no way back: handler
+ * and argument must live as long as the process.
+ *
+ * reserved   ignored
+ * handler    runs in the timer's thread, with no lock held: it may free pages, must not block, and
+ *            returns soon since all timers wait for it. It is called again at every tick for as
+ *            long as the threshold is passed. Null is refused
+ * arg        handed to the handler
+ * module_id  the registering module
+ * func       the registering function, for the lines; null is written as "(null)"
+ *
+ * 0; 0xFFFFFFFF when the handler is null or 8 are registered.
+ *
+ * Threads: any, from a handler too; before or after the pool's creation.
+ * Logs:    error, not limited: refused. Info, not limited: registered.
+ */
+CMM_API uint32_t zyumm_page_evict_handler_reg(uint64_t reserved, page_evict_handler handler,
+                                              uint64_t arg, uint32_t module_id, const char *func);
+
+/*
+ * Starts the eviction timer with a period of 10 microseconds, which the platform's timer rounds up
+ * to its resolution. Run once a process, by the first pool through g_page_evict_timer_init; a
+ * failure is not tried again and leaves eviction off. The timer outlives a stop of the library.
+ *
+ * Threads: the thread that creates the pool.
+ * Logs:    info, not limited: begin, success. Error, not limited: it could not be started.
+ */
+CMM_API void     zyumm_page_evict_timer_create(void);
+
+/*
+ * One tick: calls every handler when at least 95 % of page_max pages are in use, and re-arms the
+ * timer. With a page_max of 0 the threshold counts as passed. A tick that falls into the
+ * destruction of the pool calls nobody.
+ *
+ * Threads: the timer's; handlers run in it, without a lock.
+ * Logs:    error, not limited: the timer could not be re-armed, which ends eviction. And as
+ *          get_page_count, at every tick between a stop and the next start.
+ */
+CMM_API void     zyumm_page_evict_timer_hendler(void);
+
+/*
+ * Pages that the configuration allows, that are held by callers, and that are left. All 0 when
+ * page_max is 0 or there is no pool. zyumm_page_useinfo_get is the same.
+ *
+ * total, used, free  pages; checked in the order free, total, used, and with one of them null
+ *                    nothing is written
+ *
+ * Threads: any; a moment's view. Not beside the destruction of the pool.
+ * Logs:    error, limited, as function "get_page_count": a null pointer; no pool.
+ */
+CMM_API void     get_page_count(uint64_t *total, uint64_t *used, uint64_t *free);
+CMM_API void     zyumm_page_useinfo_get(uint64_t *total, uint64_t *used, uint64_t *free);
+
+/*
+ * Bytes of the pages that are out for longer than the slab layer's leak age, 8,376 a page; 0
+ * without a pool.
+ *
+ * Threads: any.
+ */
+CMM_API uint64_t zyumm_page_leak_size_get(void);
+
+/*
+ * Lets the slab layer print the pool's usage and then its holders on the debug console. The result
+ * of the second; 0 = printed.
+ *
+ * Threads: any.
+ */
+CMM_API int      zyumm_page_usage_dump(void);
+
+/* Does nothing; for programs that were built to call it. Any arguments, null too. */
+CMM_API void     updateSglPageOwner(SGL *sgl, uint32_t module_id, const char *func, uint32_t line);
+
+/* ---------------------------------------------------------------- console commands */
+
+/*
+ * Handler of the request list's command: with 3 words the newest requests, with 4 all of them,
+ * with any other number nothing.
+ *
+ * argc  number of words of the typed line
+ * argv  the words; not read
+ *
+ * Threads: any, as umm_cmm_show_page_request_list.
+ */
+CMM_API void     umm_cmm_show_request_list(int32_t argc, char **argv);
+
+/*
+ * Prints the queued requests, oldest first, with their place in the queue.
+ *
+ * limit  0 = all; with more than `limit` requests queued the newest limit + 1 are shown
+ *
+ * Threads: any but a call-back of the time-out walk's. The list's lock is only tried, and a busy
+ *          one ends the command with a line on the console; it is held while rows are gathered.
+ */
+CMM_API void     umm_cmm_show_page_request_list(uint32_t limit);
+
+/*
+ * Handler of "umm show page <addr>": prints the record of the page that starts at the address, as
+ * a snapshot without a lock. Another number of words prints the usage, an address that no record
+ * behind it confirms prints so.
+ *
+ * The record is read at whatever address is typed, and a typing error may name memory that is not
+ * there. Whoever registers this handler with a console first makes sure that the address is an
+ * object of the page slab or one of the zero pages, so that an operator cannot end the process.
+ *
+ * argc  number of words of the typed line; 4 is right
+ * argv  the words; the fourth is the address of the page's start, decimal or after 0x hexadecimal
+ *
+ * Threads: any.
+ */
+CMM_API void     umm_cmm_diagnose_show_page_info(int32_t argc, char **argv);
+
+/*
+ * NUMA node of a page's memory; 0xFFFFFFFF for null and, from the slab layer, for a page that is
+ * not of the pool, which the zero pages are not.
+ *
+ * Threads: any that holds a reference.
+ * Logs:    error, limited: null.
+ */
+CMM_API uint32_t zyumm_page_get_numaid(page_ctrl *ctrl);
 
 #ifdef __cplusplus
 }

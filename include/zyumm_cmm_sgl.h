@@ -51,6 +51,17 @@
  * (owner id, function, line) is kept by the slab layer to trace leaks, so the function name must
  * outlive the SGL.
  *
+ * Clones. Several users of the same pages each hold a chain of their own, made in one of two ways:
+ *
+ *                         cloneSgl                        cloneSglChain
+ *     page references     one an entry, the clone's own   none: borrowed from the source
+ *     shape               packed, 64 entries an SGL       the source's, gaps included
+ *     user tag            0                               the source's
+ *     owner of its SGLs   the caller                      the library
+ *     released by         dropping a reference an entry   freeCloneSgl, before the source's holder
+ *                         and then freeSglChain; or       drops his references
+ *                         freeMultiPages for both
+ *
  * Threads. The pool is safe for all threads. Nothing here locks a chain: several threads may read
  * one as long as nobody changes it. Pool creation and destruction belong to the start and the stop.
  *
@@ -398,6 +409,99 @@ CMM_API int32_t copyDataFromBufferToEntryIgnoreDif(SGL_ENTRY *entry, uint32_t of
  */
 CMM_API int32_t copyDataFromEntryToBufferIgnoreDif(SGL_ENTRY *entry, uint32_t offset, void *buffer,
                                                    uint32_t length);
+
+/* ---------------------------------------------------------------------- clones and walks */
+
+/*
+ * Makes a second chain over the same pages and takes a page reference for each of its entries, so
+ * that clone and source are released independently of each other.
+ *
+ * The clone is packed: its SGLs are full but for the last one, whatever gaps the source has. Its
+ * user tag is 0. Each of its SGLs has the user flag of the source SGL that its last entry is from.
+ *
+ * srcSgl    the head; null gives null without a line.
+ * key       the user tag that the source must carry; another one gives null without a line.
+ * out       receives the clone, or null: refused, no entries, not enough SGLs. With a null out
+ *           nothing happens.
+ * owner_id  the caller's module id, owner of the clone's SGLs.
+ * func      the caller's name, which must outlive the clone. With a null one each page refuses its
+ *           reference, with a line of its own, and the clone holds none.
+ * line      the caller's line.
+ *
+ * A source that ends before its count leaves the entries up to there, and their references, in a
+ * clone that is the caller's as a complete one is.
+ *
+ * Owner:   the caller, until he has dropped a reference for each entry and freed the chain.
+ * Threads: any; the source must not change meanwhile. Never blocks.
+ * Logs:    error, limited: a source that ends before its count. The line of allocSglChain when
+ *          there are not enough SGLs, and those of incAndRetPageReference.
+ */
+CMM_API void cloneSgl(SGL *srcSgl, uint64_t key, SGL **out, uint32_t owner_id, const char *func,
+                      uint32_t line);
+
+/*
+ * Copies a chain SGL for SGL, without taking page references: the copy borrows the pages. Counts,
+ * user tags, user flags and used entries are the source's, in every SGL.
+ *
+ * srcSgl  the head; null is refused. Its links are followed, not its count.
+ * out     receives the copy, or null on failure. A null one is refused without a line.
+ *
+ * 0, or -1. All or nothing: SGLs taken before a failure go back.
+ *
+ * Owner:   the caller, until freeCloneSgl; the slab layer has its SGLs in the library's name, with
+ *          module id 386.
+ * Threads: any; the source must not change meanwhile. Never blocks.
+ * Logs:    error, limited: a null source; a refused SGL.
+ */
+CMM_API int32_t cloneSglChain(SGL *srcSgl, SGL **out);
+
+/*
+ * Gives a copy made by cloneSglChain back: clears its used entries, so that no free SGL points to a
+ * page, and frees its SGLs. Drops no page reference.
+ *
+ * chain  the head; null is refused.
+ *
+ * Owner:   the pool, from here on.
+ * Threads: any, one user of the chain at a time.
+ * Logs:    error, limited: a null chain.
+ */
+CMM_API void freeCloneSgl(SGL *chain);
+
+/*
+ * Calls an operation with the page of each entry, front to back, as often as the head counts.
+ *
+ * sgl        the head; null is refused.
+ * operation  not null, as long as the head counts an entry. Its result is ignored, and it may free
+ *            the page, but not change the chain.
+ * value      handed to every call.
+ * text       handed to every call; null is refused.
+ *
+ * 0, also for a head that counts no entries; -1 when refused, or when the chain ends before its
+ * count: the operation has been applied to all entries that there are, and that stays.
+ *
+ * Threads: any that may read the chain; the operation runs on the calling thread without a lock.
+ * Logs:    error, limited: a chain that ends before its count. Nothing for a refusal.
+ */
+CMM_API int32_t traversePageInSgl(SGL *sgl, cmm_page_op_fn operation, uint32_t value,
+                                  const char *text);
+
+/*
+ * Take, and drop, one page reference for each entry of a chain: walks with incPageRefByFunc and
+ * decPageRefByFunc, which see the caller's module id and name, and 0 as the line. The drop of a
+ * page's last reference frees the page; the chain itself is never freed.
+ *
+ * sgl        the head; null is refused.
+ * module_id  the caller's module id.
+ * func       the caller's name; null is refused.
+ *
+ * The walk's result; that of a single page is not looked at.
+ *
+ * Threads: any that may read the chain.
+ * Logs:    the walk's line, and those of the two page operations.
+ * Fatal:   a drop ends the process as decAndRetPageReference does.
+ */
+CMM_API int32_t incPageReferenceBySgl(SGL *sgl, uint32_t module_id, const char *func);
+CMM_API int32_t decPageReferenceBySgl(SGL *sgl, uint32_t module_id, const char *func);
 
 #ifdef __cplusplus
 }

@@ -128,7 +128,7 @@ typedef struct cmm_pool_quota {
     uint64_t reserve_size;
     uint64_t max_size;
     uint64_t extand_size;
-    uint64_t fourth_size;   /* the reader always writes 0 */
+    uint64_t fourth_size;   /* the reader always writes 0; in io_pool the buffer pool's extension */
     uint64_t max_limit;     /* 0 or 1 */
     uint64_t leak_rate;     /* percent, 0 to 100 */
     uint64_t dontfork_flag; /* 0 or 1 */
@@ -176,6 +176,65 @@ CMM_ASSERT_OFFSET(cmm_config, cache_size, 220);
 CMM_ASSERT_OFFSET(cmm_config, coredump_level, 224);
 CMM_ASSERT_SIZE(cmm_config, 232);
 
+/*
+ * One pool of cmm_config_info: its quota as cmm_pool_quota has it, but with sizes in bytes.
+ */
+typedef struct cmm_pool_info {
+    uint64_t reserve_size;
+    uint64_t max_size;
+    uint64_t extand_size;
+    uint64_t fourth_size;
+    uint64_t max_limit;     /* 0 or 1 */
+    uint64_t leak_rate;     /* percent, 0 to 100 */
+    uint64_t reserved_48;   /* never read or written by the library */
+    uint64_t dontfork_flag; /* 0 or 1 */
+} cmm_pool_info;
+
+CMM_ASSERT_OFFSET(cmm_pool_info, reserve_size, 0);
+CMM_ASSERT_OFFSET(cmm_pool_info, max_size, 8);
+CMM_ASSERT_OFFSET(cmm_pool_info, extand_size, 16);
+CMM_ASSERT_OFFSET(cmm_pool_info, fourth_size, 24);
+CMM_ASSERT_OFFSET(cmm_pool_info, max_limit, 32);
+CMM_ASSERT_OFFSET(cmm_pool_info, leak_rate, 40);
+CMM_ASSERT_OFFSET(cmm_pool_info, reserved_48, 48);
+CMM_ASSERT_OFFSET(cmm_pool_info, dontfork_flag, 56);
+CMM_ASSERT_SIZE(cmm_pool_info, 64);
+
+/*
+ * The configuration as zyumm_cmm_config_info_get reports it, and the way in which a buffer pool
+ * that was made elsewhere is handed to zyumm_cmm_pool_info_set. All sizes are bytes.
+ *
+ *     0             64        72            136       168       176                      208
+ *     | normal_pool | pool_id |   io_pool   | nothing | rdma    | cache and page figures |
+ *
+ * Owner:   the caller; the library keeps no pointer to it.
+ * Valid:   a report leaves pool_id and the reserved words as they were.
+ */
+typedef struct cmm_config_info {
+    cmm_pool_info normal_pool;
+    uint64_t      pool_id; /* in: handle of the buffer pool to register; never reported */
+    cmm_pool_info io_pool;
+    uint64_t      reserved_136[4]; /* never read or written by the library */
+    uint32_t      rdma_flag;       /* 1 = RDMA, anything else TCP */
+    uint32_t      reserved_172;    /* never read or written by the library */
+    uint64_t      cache_size;      /* of a thread's pool cache */
+    uint64_t      page_max;        /* pages, not bytes */
+    uint64_t      page_min_size;   /* what page_min pages with their records really take */
+    uint64_t      page_max_size;   /* what page_max of them take */
+} cmm_config_info;
+
+CMM_ASSERT_OFFSET(cmm_config_info, normal_pool, 0);
+CMM_ASSERT_OFFSET(cmm_config_info, pool_id, 64);
+CMM_ASSERT_OFFSET(cmm_config_info, io_pool, 72);
+CMM_ASSERT_OFFSET(cmm_config_info, reserved_136, 136);
+CMM_ASSERT_OFFSET(cmm_config_info, rdma_flag, 168);
+CMM_ASSERT_OFFSET(cmm_config_info, reserved_172, 172);
+CMM_ASSERT_OFFSET(cmm_config_info, cache_size, 176);
+CMM_ASSERT_OFFSET(cmm_config_info, page_max, 184);
+CMM_ASSERT_OFFSET(cmm_config_info, page_min_size, 192);
+CMM_ASSERT_OFFSET(cmm_config_info, page_max_size, 200);
+CMM_ASSERT_SIZE(cmm_config_info, 208);
+
 /* ------------------------------------------------------------------------ pages */
 
 #define PAGE_SECTORS          16u   /* sectors of a page */
@@ -201,8 +260,9 @@ CMM_ASSERT_SIZE(cmm_config, 232);
  * Callers always hold the record's address, never the page's.
  *
  * Owner:   whoever holds a reference; the drop of the last one frees the page.
- * Threads: `ref` changes by atomic add only; `valid_bitmap` under `lock`; every
- *          other field is written by the one thread that allocates or frees.
+ * Threads: `ref` changes by atomic add only; `valid_bitmap` under `lock`; `zero_flags` by any
+ *          holder, one byte and no lock; every other field is written by the one thread that
+ *          allocates or frees.
  * Valid:   page_addr + 8320 == address of the record, and flags == PAGE_IN_USE.
  */
 typedef struct page_ctrl {
@@ -229,6 +289,9 @@ CMM_ASSERT_OFFSET(page_ctrl, owner_modid, 48);
 CMM_ASSERT_SIZE(page_ctrl, 56);
 CMM_STATIC_ASSERT(PAGE_SECTORS * PAGE_SECTOR_SIZE == PAGE_SIZE_WITH_DIF, "sectors fill the page");
 CMM_STATIC_ASSERT(PAGE_SIZE_WITH_DIF + sizeof(page_ctrl) == PAGE_OBJECT_SIZE, "record ends the object");
+
+/* What traversePageInSgl does with each page of a chain; its result is ignored. */
+typedef uint32_t (*cmm_page_op_fn)(page_ctrl *ctrl, uint32_t value, const char *text);
 
 /* ------------------------------------------------------------------ retry queue */
 
@@ -307,6 +370,48 @@ CMM_ASSERT_OFFSET(page_retry_req, output_type, 76);
 CMM_ASSERT_OFFSET(page_retry_req, enqueue_time, 80);
 CMM_ASSERT_OFFSET(page_retry_req, timeout, 88);
 CMM_ASSERT_SIZE(page_retry_req, 96);
+
+/* --------------------------------------------------------------- page eviction */
+
+#define PAGE_EVICT_HANDLERS 8u /* eviction handlers at most */
+
+/* Asks the registering component to give pages back; runs in the timer's thread. */
+typedef void (*page_evict_handler)(uint64_t arg);
+
+/* One registered eviction handler. */
+typedef struct page_evict_entry {
+    page_evict_handler handler;
+    uint64_t           arg;       /* handed to the handler */
+    uint32_t           module_id; /* the registering module */
+} page_evict_entry;
+
+CMM_ASSERT_OFFSET(page_evict_entry, handler, 0);
+CMM_ASSERT_OFFSET(page_evict_entry, arg, 8);
+CMM_ASSERT_OFFSET(page_evict_entry, module_id, 16);
+CMM_ASSERT_SIZE(page_evict_entry, 24);
+
+/*
+ * The eviction handlers, `g_page_async_evict_handler`.
+ *
+ * Owner:   the library; entries are used front to back and never taken back.
+ * Threads: written under `lock`. Readers load `count` with acquire and need no lock: an entry is
+ *          complete before it is counted, and constant from then on.
+ * Valid:   count <= PAGE_EVICT_HANDLERS.
+ */
+typedef struct page_evict_table {
+    page_evict_entry entries[PAGE_EVICT_HANDLERS];
+    uint32_t         count; /* entries in use */
+    uint64_t         spare; /* 0; not read */
+    zyax_spinlock    lock;  /* guards entries and count */
+    zyax_timer       timer; /* of the threshold check */
+} page_evict_table;
+
+CMM_ASSERT_OFFSET(page_evict_table, entries, 0);
+CMM_ASSERT_OFFSET(page_evict_table, count, 192);
+CMM_ASSERT_OFFSET(page_evict_table, spare, 200);
+CMM_ASSERT_OFFSET(page_evict_table, lock, 208);
+CMM_ASSERT_OFFSET(page_evict_table, timer, 232);
+CMM_ASSERT_SIZE(page_evict_table, 360);
 
 /* --------------------------------------------------------- scatter-gather lists */
 

@@ -11,7 +11,7 @@
 
 static constexpr uint32_t MODULE         = 77;
 static constexpr int      WORKERS        = 8;
-static constexpr int      REQUESTS       = 12000; /* a worker */
+static constexpr int      REQUESTS       = 5000; /* a worker */
 static constexpr uint32_t POOL_PAGES     = 96;
 static constexpr uint32_t PAGES_AT_MOST  = 64; /* a request */
 static constexpr uint32_t NEVER_FINISHED = 0xFFFF0000;

@@ -14,56 +14,62 @@
 
 using namespace zymm;
 
-static slab *slab_behind(uint64_t handle, const char *operation, const char *caller)
+/* One node's part of a slab. */
+struct node_counts {
+    uint64_t carved, free_count, pieces, bytes;
+};
+
+/* False when there is no such node, or no such slab any more. */
+static bool count_node(uint64_t handle, uint32_t node, node_counts *counts)
 {
-    return static_cast<slab *>(handle_expect(handle, HANDLE_SLAB, operation, caller));
+    const query_guard alive;
+    slab *s = static_cast<slab *>(handle_body(handle, HANDLE_SLAB));
+    if (s == nullptr || node >= s->depots)
+        return false;
+
+    depot *d = depot_of(s, node);
+    scoped_lock held(&d->lock);
+    *counts = {d->carved, d->free_count, 0, 0};
+    for (const piece *p = d->first; p != nullptr; p = p->next) {
+        counts->pieces++;
+        counts->bytes += p->bytes;
+    }
+    return true;
 }
 
-static void print_node(slab *s, uint32_t node)
+static void print_nodes(uint64_t handle)
 {
-    depot *d = depot_of(s, node);
-    uint64_t carved = 0;
-    uint64_t free_count = 0;
-    uint64_t pieces = 0;
-    uint64_t bytes = 0;
-    {
-        scoped_lock held(&d->lock);
-        carved = d->carved;
-        free_count = d->free_count;
-        for (const piece *p = d->first; p != nullptr; p = p->next) {
-            pieces++;
-            bytes += p->bytes;
-        }
+    node_counts counts;
+    for (uint32_t node = 0; count_node(handle, node, &counts); node++) {
+        DBG_PrintBuf("  node %u: used %lu, free %lu, pieces %lu, memory %lu bytes\n", node,
+                     counts.carved - counts.free_count, counts.free_count, counts.pieces,
+                     counts.bytes);
     }
-    DBG_PrintBuf("  node %u: used %lu, free %lu, pieces %lu, memory %lu bytes\n", node,
-                 carved - free_count, free_count, pieces, bytes);
 }
 
 int zymm_slab_dump_usageinfo(uint64_t handle, uint32_t module_id, const char *func)
 {
-    slab *s = slab_behind(handle, __func__, func);
     zymm_slab_facts facts;
-    if (s == nullptr || zymm_slab_facts_get(handle, &facts, __func__) != 0)
+    if (zymm_slab_facts_get(handle, &facts, __func__) != 0)
         return -1;
 
     DBG_PrintBuf("slab %s (0x%lx) of module %u, asked by module %u %s\n", facts.name, handle,
                  facts.module_id, module_id, text_of(func));
     DBG_PrintBuf("  object size %lu, whole size %lu, align %u, attributes 0x%lx\n", facts.obj_size,
-                 facts.whole_size, s->align, s->attr);
+                 facts.whole_size, facts.align, facts.attr);
     DBG_PrintBuf("  min %lu, max %lu%s, total %lu, used %lu\n", facts.min_num, facts.max_num,
-                 s->unlimited ? " (no limit)" : "", facts.total, facts.used);
-    for (uint32_t node = 0; node < s->depots; node++)
-        print_node(s, node);
+                 facts.unlimited != 0 ? " (no limit)" : "", facts.total, facts.used);
+    print_nodes(handle);
     return 0;
 }
 
-static void print_groups(const slab *s, const holder_list *list)
+static void print_groups(uint64_t obj_size, const holder_list *list)
 {
     DBG_PrintBuf("%10s %14s %10s %10s  %s\n", "objects", "bytes", "oldest(s)", "module",
                  "function:line");
     for (uint64_t at = 0; at < list->used; at++) {
         const holder_group *group = &list->groups[at];
-        DBG_PrintBuf("%10lu %14lu %10lu %10u  %s:%u\n", group->count, group->count * s->obj_size,
+        DBG_PrintBuf("%10lu %14lu %10lu %10u  %s:%u\n", group->count, group->count * obj_size,
                      age_seconds(group->oldest), group->module_id, text_of(group->func),
                      group->line);
     }
@@ -71,20 +77,32 @@ static void print_groups(const slab *s, const holder_list *list)
         DBG_PrintBuf("%10lu objects of further call sites\n", list->ungrouped);
 }
 
+/* Gathers who holds the slab's objects; false after an error line. */
+static bool gather(uint64_t handle, holder_list *list, uint32_t module_id, const char *func,
+                   const char *operation)
+{
+    const query_guard alive;
+    slab *s = static_cast<slab *>(handle_expect(handle, HANDLE_SLAB, operation, func));
+    if (s == nullptr)
+        return false;
+    if (holders_gather(s, list))
+        return true;
+    ZYMM_ERROR(operation, "slab %s: no memory for the report, caller %u %s.", s->name, module_id,
+               text_of(func));
+    return false;
+}
+
 int zymm_slab_dump_detailinfo(uint64_t handle, uint32_t module_id, const char *func)
 {
-    slab *s = slab_behind(handle, __func__, func);
-    if (s == nullptr)
-        return -1;
+    zymm_slab_facts facts;
     holder_list list;
-    if (!holders_gather(s, &list)) {
-        ZYMM_ERROR(__func__, "slab %s: no memory for the report, caller %u %s.", s->name, module_id,
-                   text_of(func));
+    if (zymm_slab_facts_get(handle, &facts, __func__) != 0 ||
+        !gather(handle, &list, module_id, func, __func__))
         return -1;
-    }
-    DBG_PrintBuf("slab %s (0x%lx): %lu objects out, held by %lu call sites\n", s->name, handle,
+
+    DBG_PrintBuf("slab %s (0x%lx): %lu objects out, held by %lu call sites\n", facts.name, handle,
                  list.objects, list.used);
-    print_groups(s, &list);
+    print_groups(facts.obj_size, &list);
     holders_release(&list);
     return 0;
 }

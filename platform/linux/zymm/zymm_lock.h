@@ -4,6 +4,7 @@
  *
  * Order of the layer's locks, outermost first; a thread that holds one takes only later ones:
  *
+ *     the lifetime of slabs (shared by queries; alone while a slab's handle is dropped)
  *     allocator's create, raw blocks' creation
  *     a slab's growth lock
  *     an enclosing pool's lock

@@ -54,7 +54,10 @@ typedef struct zymm_slab_facts {
     uint64_t max_num; /* 0 when there is no limit but memory, or none was allowed */
     uint64_t total;   /* max_num; carved so far when there is no limit */
     uint64_t used;    /* held by callers */
-    uint32_t module_id, pad;
+    uint64_t attr;    /* ZYMM_SLAB_* and ZYMM_EXTRA_* */
+    uint32_t module_id, align;
+    uint32_t unlimited; /* 1 = no limit but memory */
+    uint32_t pad;
 } zymm_slab_facts;
 
 /* 0; -1 and nothing written for 0 (quiet) and a stale handle (error line for `operation`). */

@@ -1,6 +1,7 @@
 /*
  * What can be asked about a slab: counts as a whole and by node, leaked objects, the node of an
- * object, what one object costs. A query that fails writes nothing.
+ * object, what one object costs. A query that fails writes nothing; one that meets the destruction
+ * of its slab either comes first or finds a stale handle.
  *
  * On a machine with one node, node 0 has everything: its total is the slab's. On several nodes any
  * of them may come to hold any object, so a node's total is what its memory holds by now.
@@ -39,6 +40,7 @@ static uint64_t total_of(const slab *s)
 
 int zymm_slab_get_usage_info(uint64_t handle, uint64_t *total, uint64_t *used)
 {
+    const query_guard alive;
     slab *s = slab_behind(handle, __func__);
     if (s == nullptr)
         return -1;
@@ -54,6 +56,7 @@ int zymm_slab_get_usage_info(uint64_t handle, uint64_t *total, uint64_t *used)
 
 int zymm_slab_get_usage_by_numa(uint64_t handle, uint32_t numa_id, zymm_numa_usage *usage)
 {
+    const query_guard alive;
     slab *s = slab_behind(handle, __func__);
     if (s == nullptr)
         return -1;
@@ -83,6 +86,7 @@ static void count_leaked(void *context, const object_record *record)
 
 uint64_t zymm_slab_get_leak_number(uint64_t handle)
 {
+    const query_guard alive;
     slab *s = slab_behind(handle, __func__);
     if (s == nullptr)
         return 0;
@@ -100,6 +104,7 @@ static bool is_object(piece *p, slab *s, const void *object)
 
 uint32_t zymm_object_get_numaid(uint64_t handle, const void *object)
 {
+    const query_guard alive;
     slab *s = slab_behind(handle, __func__);
     if (s == nullptr)
         return NO_NODE;
@@ -126,6 +131,7 @@ uint64_t zymm_object_whole_size_get(uint64_t size, uint32_t reserved, uint32_t a
 
 int zymm_slab_facts_get(uint64_t handle, zymm_slab_facts *facts, const char *operation)
 {
+    const query_guard alive;
     slab *s = slab_behind(handle, operation);
     if (s == nullptr)
         return -1;
@@ -136,7 +142,10 @@ int zymm_slab_facts_get(uint64_t handle, zymm_slab_facts *facts, const char *ope
     facts->max_num = s->unlimited ? 0 : s->max_num;
     facts->total = total_of(s);
     facts->used = slab_used(s);
+    facts->attr = s->attr;
     facts->module_id = s->module_id;
+    facts->align = s->align;
+    facts->unlimited = s->unlimited ? 1 : 0;
     facts->pad = 0;
     return 0;
 }

@@ -187,12 +187,32 @@ static void fill_slab(slab *s, const slab_spec *spec)
     reset_depots(s);
 }
 
+static pthread_rwlock_t s_lifetime = PTHREAD_RWLOCK_INITIALIZER;
+
+query_guard::query_guard()
+{
+    pthread_rwlock_rdlock(&s_lifetime);
+}
+
+query_guard::~query_guard()
+{
+    pthread_rwlock_unlock(&s_lifetime);
+}
+
+/* Queries that found the slab are through when this returns, and no further one finds it. */
+static void make_unknown(slab *s)
+{
+    pthread_rwlock_wrlock(&s_lifetime);
+    handle_drop(s->handle, HANDLE_SLAB);
+    pthread_rwlock_unlock(&s_lifetime);
+    s->handle = 0;
+}
+
 /* Gives everything back that a slab has, also one that was never finished. */
 static void dissolve(slab *s)
 {
     if (s->handle != 0)
-        handle_drop(s->handle, HANDLE_SLAB);
-    s->handle = 0;
+        make_unknown(s);
     if (s->enclosing != nullptr)
         pool_unlist(s->enclosing, s);
     slab_release(s);

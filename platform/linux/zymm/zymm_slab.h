@@ -169,6 +169,19 @@ void slab_release(slab *s);
 
 /* --------------------------------------------------------------- whole slabs */
 
+/*
+ * Keeps slabs alive for a query. Whoever allocates from a slab knows that it lives; timers and
+ * consoles that ask a slab for numbers may do so while another thread destroys it. A handle that is
+ * looked up under this guard stays valid until its end.
+ */
+class query_guard {
+public:
+    query_guard();
+    ~query_guard();
+    query_guard(const query_guard &) = delete;
+    query_guard &operator=(const query_guard &) = delete;
+};
+
 struct slab_spec {
     const char *name;
     uint64_t    attr, obj_size, min_num, max_num, pool_id;

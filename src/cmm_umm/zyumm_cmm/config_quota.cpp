@@ -10,12 +10,14 @@
  * made.
  *
  * Locking: none. The starting thread fills the record before any pool exists; it is only read
- * afterwards, and a stop does not clear it.
+ * afterwards, and a stop does not clear it. A second start finds one reader already there: the
+ * eviction timer, which outlives a stop and reads page_max, so maxima are stored atomically.
  */
 #include "config_local.h"
 
 #include "zyax_xml.h"
 
+#include "common/cmm_atomic.h"
 #include "common/cmm_log.h"
 
 cmm_config g_ucmm_config;
@@ -70,7 +72,7 @@ static void read_counts(mxml_node_t *first_child, mxml_node_t *doc, pool_counts 
         return;
     umm_fix_cmm_quota(&min, &max, counts->numa_factor, counts->num_factor);
     *counts->min = min;
-    *counts->max = max;
+    cmm_store_relaxed(counts->max, max);
 }
 
 uint32_t umm_parse_cmm_xml(mxml_node_t *first_child, mxml_node_t *doc)

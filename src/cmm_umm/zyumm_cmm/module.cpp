@@ -8,8 +8,9 @@
  *                                    stopped with an error: sticky <----------------+
  *
  * The start is a ladder: each rung needs the ones below it, and where one breaks, what was built is
- * taken down in the order that stands there: requests, SGLs, pages. The stop goes its own fixed way
- * and then audits the partition registry for what somebody forgot.
+ * taken down in the order that stands there: requests, SGLs, pages, and before them, when the last
+ * rung breaks, the buffer pool. The stop goes its own fixed way and then audits the partition
+ * registry for what somebody forgot.
  *
  * Two things survive a failed start on purpose: the library's own partition, and the mark in the
  * once-guard's word. The guard keeps the first result for every later caller, so components that
@@ -19,7 +20,7 @@
  * call that takes it from 1 to 0 tears down. A start while the last user stops is the one thing
  * that callers must not do.
  *
- * The buffer pool is not here: whoever wants one creates it.
+ * The buffer pool is not built here: whoever wants one creates it, and the stop leaves it alone.
  */
 #include "zyumm_cmm.h"
 
@@ -27,6 +28,7 @@
 #include "common/cmm_atomic.h"
 #include "common/cmm_log.h"
 #include "common/cmm_spinlock.h"
+#include "zyumm_cmm_buffer.h"
 #include "zyumm_cmm_page.h"
 #include "zyumm_cmm_req.h"
 #include "zyumm_cmm_sgl.h"
@@ -85,6 +87,9 @@ static uint32_t create_standing_pools()
         return CMM_FAILURE;
     }
     if (page_init_retry() != CMM_OK) {
+        /* sic: no start makes it. A buffer pool that its user made before a start that then fails
+         * here would outlive a library that cannot be started again. */
+        cmm_destory_buffer_mempool();
         cmm_destory_req_mempool();
         cmm_destory_sgl_mempool();
         delete_page_mempool();

@@ -4,7 +4,10 @@
  *     page_pool     the slab of pages            page_timeout     time-out allocation, queueing
  *     page_zero     the two zero pages           retry_queue      the list, kicks, retry runs
  *     page_alloc    pages and runs out           retry_walk       the time-out walk
- *     page_free     references down, pages back  retry_lifecycle  start, stop and the two timers
+ *     page_free     the last reference down      retry_lifecycle  start, stop and the two timers
+ *     page_ref      references, record to page   page_evict       call-backs before pages run out
+ *     page_attr     zero flag, valid bitmap      page_usage       counts, leaks, dumps
+ *     page_diag     console commands
  *
  * Everything declared here is hidden: the names have no place in the library's export list. The
  * exported state (handles, counters, the list) is declared in zyumm_cmm_page.h, as programs read
@@ -37,13 +40,20 @@ uint32_t page_tear_down_zero_pages(const char *func);
 /* ---- record and layout */
 
 /*
+ * True for the record of an allocated page. The one place that judges a record, and so the one
+ * place of its two limited error lines, which are named after it whoever asked.
+ */
+bool isPageCtrlValid(const page_ctrl *ctrl);
+
+/*
  * Reads a field of a page record whose page may be free already.
  *
- * The double-free check has to look at the record before it can know whether the page is still
- * out, so it may touch an object that the slab layer has poisoned: AddressSanitizer is told to let
- * exactly this read pass. The load is written out here because a call to an instrumented helper
- * would be checked again, and it is atomic because the page's next owner may be filling the record
- * meanwhile. Relaxed: a value found too early or too late only changes which bug is reported.
+ * The checks for a double free and for a valid record have to look at it before they can know
+ * whether the page is still out, and the console shows what it finds, so they may touch an object
+ * that the slab layer has poisoned: AddressSanitizer is told to let exactly this read pass. The
+ * load is written out here because a call to an instrumented helper would be checked again, and it
+ * is atomic because the page's next owner may be filling the record meanwhile. Relaxed: a value
+ * found too early or too late only changes which bug is reported.
  */
 template <typename T>
 __attribute__((no_sanitize("address"))) inline T page_peek(const T *field)
@@ -69,10 +79,10 @@ inline page_ctrl *page_fill_record(uint8_t *page, uint8_t valid_bitmap, uint8_t 
 {
     page_ctrl *ctrl = reinterpret_cast<page_ctrl *>(page + PAGE_SIZE_WITH_DIF);
 
-    ctrl->page_addr = page;
+    cmm_store_relaxed(&ctrl->page_addr, page);
     cmm_store_relaxed(&ctrl->ref, 0);
-    ctrl->valid_bitmap = valid_bitmap;
-    ctrl->zero_flags = zero_flags;
+    cmm_store_relaxed(&ctrl->valid_bitmap, valid_bitmap);
+    cmm_store_relaxed(&ctrl->zero_flags, zero_flags);
     ctrl->lock = CMM_SPINLOCK_UNLOCKED;
     cmm_store_relaxed(&ctrl->owner_modid, uint16_t(module_id));
     cmm_store_relaxed(&ctrl->owner_func, func);

@@ -9,7 +9,8 @@
  *     reserves an I/O pool                       so and succeeds)
  *
  * The zero pages are made just before the pool and torn down just after it; a pool that cannot be
- * made leaves them in place, since creation is not tried twice.
+ * made leaves them in place, since creation is not tried twice. The first pool of the process also
+ * starts the eviction timer, which outlives it.
  *
  * Creation and deletion run in the thread that starts or stops the library (or in the outside
  * component's set-up thread) and take no lock. Nothing here looks at single pages, apart from
@@ -38,12 +39,17 @@ static void set_page_geometry(zymm_slab_param *param)
     param->align = PAGE_ALIGNMENT;
 }
 
-/* Creates the slab and publishes its handle; false, with the handle 0, when there is none. */
+/* Creates the slab and publishes its handle; false, with the handle 0, when there is none. The
+ * first slab of the process starts the eviction timer, whose own failures it survives. */
 static bool create_slab(const zymm_slab_param *param, uint32_t module_id, const char *func)
 {
     const uint64_t slab = zymm_create_slab(param, module_id, func);
     cmm_store_release(&s_page_partition_id, slab);
-    return slab != 0;
+    if (slab == 0)
+        return false;
+
+    pthread_once(&g_page_evict_timer_init, zyumm_page_evict_timer_create);
+    return true;
 }
 
 uint32_t create_page_mempool(void)
@@ -187,7 +193,7 @@ int zyumm_page_info_get(zyumm_partition_info *info)
 void set_page_ctrl_free(page_ctrl *ctrl)
 {
     cmm_store_relaxed(&ctrl->flags, uint8_t(PAGE_FREE));
-    ctrl->valid_bitmap = 0;
+    cmm_store_relaxed(&ctrl->valid_bitmap, uint8_t(0));
 }
 
 int free_one_page(page_ctrl *ctrl, uint32_t module_id, const char *func, uint32_t)

@@ -276,6 +276,70 @@ TEST(ModuleInit, without_the_retry_queue_requests_sgls_and_pages_are_taken_down_
     expect_nothing_stands();
 }
 
+TEST(ModuleInit, without_the_retry_queue_the_buffer_pool_goes_before_all_others)
+{
+    const started_node node;
+    fake_hook(OP_zymm_create_slab, 4, [] { cmm_create_buffer_mempool(1, 1); });
+    fake_fail(OP_zymm_create_slab, 4);
+
+    EXPECT_EQ(cmm_module_init(), 0xFFFFFFFFu);
+
+    EXPECT_EQ(story_since(8), (story{"make rdma_pool", "end the buffer allocator",
+                                     "end rdma_pool", "end REQ PARTITION", "end SGL PARTITION",
+                                     "end PAGE PARTITION", "end ZERO_PAGE_POOL"}));
+    EXPECT_EQ(g_ucmm_config.io_pool.pool_handle, 0u);
+    expect_nothing_stands();
+}
+
+TEST(ModuleInit, a_failure_before_the_retry_queue_leaves_the_buffer_pool)
+{
+    const started_node node;
+    fake_hook(OP_zymm_create_slab, 3, [] { cmm_create_buffer_mempool(1, 1); });
+    fake_fail(OP_zymm_create_slab, 3);
+
+    EXPECT_EQ(cmm_module_init(), 0xFFFFFFFFu);
+
+    EXPECT_TRUE(fake_handle_alive(g_ucmm_config.io_pool.pool_handle));
+    EXPECT_EQ(fake_allocators_alive(), 1u);
+}
+
+TEST(ModuleInit, a_failed_retry_queue_ends_also_a_buffer_pool_made_before_the_start)
+{
+    const started_node node("no document");
+    g_ucmm_config.page_max = 64;
+    ASSERT_EQ(cmm_create_buffer_mempool(1, 1), 0u);
+    fake_fail_always(OP_zyax_timer_add);
+
+    EXPECT_EQ(cmm_module_init(), 0xFFFFFFFFu);
+
+    EXPECT_EQ(g_ucmm_config.io_pool.pool_handle, 0u);
+    EXPECT_EQ(fake_allocators_alive(), 0u);
+    EXPECT_EQ(fake_count(OP_zymm_pool_destory), 1u);
+}
+
+TEST(ModuleInit, a_start_that_reads_a_document_forgets_the_buffer_pool_is_kept)
+{
+    const started_node node;
+    ASSERT_EQ(cmm_create_buffer_mempool(1, 1), 0u);
+    const uint64_t pool = g_ucmm_config.io_pool.pool_handle;
+
+    ASSERT_EQ(cmm_module_init(), 0u);
+
+    EXPECT_EQ(g_ucmm_config.io_pool.pool_handle, 0u);
+    EXPECT_TRUE(fake_handle_alive(pool));
+}
+
+TEST(ModuleInit, a_start_without_a_document_keeps_the_buffer_pool)
+{
+    const started_node node("no document");
+    ASSERT_EQ(cmm_create_buffer_mempool(1, 1), 0u);
+    const uint64_t pool = g_ucmm_config.io_pool.pool_handle;
+
+    ASSERT_EQ(cmm_module_init(), 0u);
+
+    EXPECT_EQ(g_ucmm_config.io_pool.pool_handle, pool);
+}
+
 TEST(ModuleInit, a_retry_timer_that_fails_takes_everything_down)
 {
     const started_node node;
@@ -452,6 +516,21 @@ TEST(ModuleExit, the_steps_come_in_order)
     EXPECT_EQ(story_since(START_STEPS),
               (story{"end PAGE REQUEST", "end REQ PARTITION", "end SGL PARTITION",
                      "end PAGE PARTITION", "end ZERO_PAGE_POOL", "delete partition 1"}));
+}
+
+TEST(ModuleExit, the_buffer_pool_is_left_to_its_user)
+{
+    const started_node node;
+    cmm_module_init();
+    ASSERT_EQ(cmm_create_buffer_mempool(1, 1), 0u);
+    const uint64_t pool = g_ucmm_config.io_pool.pool_handle;
+
+    EXPECT_EQ(cmm_module_exit(), 0u);
+
+    EXPECT_EQ(g_ucmm_config.io_pool.pool_handle, pool);
+    EXPECT_TRUE(fake_handle_alive(pool));
+    EXPECT_EQ(fake_allocators_alive(), 1u);
+    cmm_destory_buffer_mempool();
 }
 
 TEST(ModuleExit, a_clean_stop_says_so_and_opens_the_guard)

@@ -9,6 +9,7 @@
 #include "config_documents.h"
 #include "expect_log.h"
 #include "zyumm_cmm.h"
+#include "zyumm_cmm_buffer.h"
 #include "zyumm_cmm_page.h"
 #include "zyumm_cmm_req.h"
 #include "zyumm_cmm_sgl.h"
@@ -74,8 +75,14 @@ inline std::string story_line(const fake_call &call, std::map<uint64_t, std::str
     case OP_zyumm_mpool_create:
         (*names)[call.result] = call.as<zyumm_mpool_param>().name;
         return "make " + std::string(call.as<zyumm_mpool_param>().name);
+    case OP_zymm_pool_create:
+        (*names)[call.result] = call.args.at(0).text;
+        return "make " + call.args.at(0).text;
+    case OP_zymm_allocator_destroy:
+        return "end the buffer allocator";
     case OP_zymm_destory_slab:
     case OP_zyumm_mpool_delete:
+    case OP_zymm_pool_destory:
         return "end " + (*names)[call.args.at(0).number];
     default:
         return "";

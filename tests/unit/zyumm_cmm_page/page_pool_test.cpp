@@ -19,6 +19,15 @@ static uint32_t create_outside(uint64_t pool_id, const char *func = "outside")
     return zyumm_page_slab_create(pool_id, 0x10, 55, func);
 }
 
+/* All that a creation that gets through writes: what its eviction timer says. */
+static const texts TIMER_TEXTS = {"[UMM_CMM] Zyumm page evict timer create begin, time(10).",
+                                  "[UMM_CMM] Zyumm page evict timer create success, time(10)."};
+
+static bool eviction_timer_runs()
+{
+    return fake_timer(&g_page_async_evict_handler.timer).armed;
+}
+
 /* ---- creation by the start of the library */
 
 TEST(PagePool, a_maximum_of_0_makes_neither_pool_nor_zero_pages)
@@ -88,7 +97,7 @@ TEST(PagePool, the_start_asks_for_the_slab_with_these_parameters)
     EXPECT_EQ(param.max_num, 80u);
     EXPECT_EQ(param.align, 64u);
     EXPECT_EQ(param.pool_id, 0u);
-    EXPECT_NO_LINE();
+    EXPECT_EQ(fake_log_texts(), TIMER_TEXTS);
 }
 
 TEST(PagePool, the_zero_pages_are_made_before_the_pool)
@@ -245,7 +254,7 @@ TEST(PagePool, an_outside_creator_asks_for_the_slab_with_these_parameters)
     EXPECT_EQ(param.max_num, 80u);
     EXPECT_EQ(param.align, 64u);
     EXPECT_EQ(param.pool_id, pool);
-    EXPECT_NO_LINE();
+    EXPECT_EQ(fake_log_texts(), TIMER_TEXTS);
 }
 
 TEST(PagePool, inside_the_buffer_pool_the_library_owns_it_and_reserves_nothing)
@@ -345,6 +354,62 @@ TEST_F(PagePoolMade, the_pool_can_be_made_again)
     EXPECT_EQ(delete_page_mempool(), 0u);
     EXPECT_EQ(create_page_mempool(), 0u);
     EXPECT_NE(take_page(), nullptr);
+}
+
+/* ---- the eviction timer */
+
+TEST(PagePool, the_first_pool_starts_the_eviction_timer)
+{
+    configure(0, 80);
+    EXPECT_FALSE(eviction_timer_runs());
+    EXPECT_EQ(create_page_mempool(), 0u);
+    EXPECT_TRUE(eviction_timer_runs());
+}
+
+TEST(PagePool, an_outside_creators_pool_starts_it_too)
+{
+    const uint64_t pool = become_creator();
+    configure(0, 80);
+    EXPECT_EQ(create_outside(pool), 0u);
+    EXPECT_TRUE(eviction_timer_runs());
+}
+
+TEST(PagePool, only_a_pool_that_was_made_starts_the_eviction_timer)
+{
+    configure(0, 80);
+    fake_fail(OP_zymm_create_slab);
+    EXPECT_EQ(create_page_mempool(), 0xFFFFFFFFu);
+    EXPECT_EQ(fake_count(OP_zyax_timer_init), 0u);
+    EXPECT_EQ(create_page_mempool(), 0u);
+    EXPECT_EQ(fake_count(OP_zyax_timer_init), 1u);
+}
+
+TEST(PagePool, an_eviction_timer_that_cannot_be_started_fails_no_pool)
+{
+    configure(0, 80);
+    fake_fail(OP_zyax_timer_init);
+    EXPECT_EQ(create_page_mempool(), 0u);
+    EXPECT_NE(s_page_partition_id, 0u);
+    EXPECT_LAST_LINE(ZYLOG_ERROR, "zyumm_page_evict_timer_create",
+                     "[UMM_CMM] Zyumm page evict timer create failed, time(10).");
+}
+
+TEST_F(PagePoolMade, the_eviction_timer_outlives_the_pool_and_is_made_once)
+{
+    EXPECT_EQ(delete_page_mempool(), 0u);
+    EXPECT_EQ(fake_count(OP_zyax_timer_delete), 0u);
+    EXPECT_TRUE(eviction_timer_runs());
+    EXPECT_EQ(create_page_mempool(), 0u);
+    EXPECT_EQ(fake_count(OP_zyax_timer_init), 0u);
+    EXPECT_NO_LINE();
+}
+
+TEST_F(PagePoolMade, a_tick_after_a_failed_destruction_still_asks_for_counts)
+{
+    fake_fail(OP_zymm_destory_slab);
+    EXPECT_EQ(delete_page_mempool(), 0xFFFFFFFFu);
+    zyumm_page_evict_timer_hendler();
+    EXPECT_EQ(fake_count(OP_mmGetUesdInfo), 1u);
 }
 
 /* ---- queries and single pages */
