@@ -533,6 +533,10 @@ CMM_API uint8_t getPageValidBitMap(page_ctrl *ctrl);
 /*
  * The registered eviction handlers and the timer that calls them. For reading only: `count` with
  * acquire first.
+ *
+ * The timer outlives a stop: until the next start its ticks find a configured maximum but no pool,
+ * and say so, with a limit. A process that will not start the library again may delete it before
+ * its last stop: zyax_timer_delete(&g_page_async_evict_handler.timer).
  */
 CMM_API extern page_evict_table g_page_async_evict_handler;
 

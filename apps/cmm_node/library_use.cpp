@@ -66,6 +66,9 @@ bool library_use::stop()
     if (!running_)
         return true;
     running_ = false;
+    /* This process starts the library once. The eviction timer would outlive the stop and complain
+     * that there is no pool any more. */
+    zyax_timer_delete(&g_page_async_evict_handler.timer);
     return cmm_module_exit() == CMM_OK;
 }
 
