@@ -137,6 +137,8 @@ uint64_t fake_handles_alive();            /* slabs, memory pools and enclosing p
 uint64_t fake_partitions_alive();         /* of the unified memory manager */
 uint64_t fake_allocators_alive();         /* created over a table of size classes, not destroyed */
 bool     fake_handle_alive(uint64_t handle);
+uint64_t fake_trees_alive();              /* XML trees loaded and not deleted */
+uint64_t fake_ini_files_open();
 
 /* Makes a slab or pool answer null once `max` objects are out, whatever its parameters say. */
 void fake_limit(uint64_t handle, uint64_t max);

@@ -1,6 +1,7 @@
 /*
  * XML trees straight on Mini-XML, and ini files that a test writes line by line.
  */
+#include <atomic>
 #include <cerrno>
 #include <map>
 
@@ -20,6 +21,10 @@ struct ini_key {
 };
 
 using ini_file = std::map<ini_key, std::string>;
+
+/* Trees loaded and not deleted, ini files opened and not closed. */
+std::atomic<uint64_t> trees_alive;
+std::atomic<uint64_t> ini_files_open;
 
 std::map<std::string, ini_file> &ini_files()
 {
@@ -60,6 +65,7 @@ mxml_node_t *zyax_xml_loadfd(mxml_node_t *parent, int fd, mxml_load_cb_t callbac
         mxml_node_t *tree = mxmlLoadFd(parent, fd, callback);
         if (tree == nullptr && errno == 0)
             errno = EINVAL;
+        trees_alive += tree != nullptr ? 1 : 0;
         return tree;
     });
 }
@@ -87,7 +93,10 @@ const char *zyax_xml_element_getattr(mxml_node_t *element, const char *name)
 void zyax_xml_del(mxml_node_t *tree)
 {
     fake::call c(OP_zyax_xml_del, tree);
-    c.run([&] { mxmlDelete(tree); });
+    c.run([&] {
+        trees_alive -= tree != nullptr ? 1 : 0;
+        mxmlDelete(tree);
+    });
 }
 
 int zyax_cfg_init(const char *path, zyax_cfg **cfg)
@@ -100,6 +109,7 @@ int zyax_cfg_init(const char *path, zyax_cfg **cfg)
         if (ini_files().count(path) == 0)
             return -1;
         *cfg = new zyax_cfg{path};
+        ++ini_files_open;
         return 0;
     });
 }
@@ -122,7 +132,20 @@ int zyax_cfg_getItemValue(zyax_cfg *cfg, const char *section, const char *key, c
 void zyax_cfg_destroy_ex(zyax_cfg *cfg)
 {
     fake::call c(OP_zyax_cfg_destroy_ex, cfg);
-    c.run([&] { delete cfg; });
+    c.run([&] {
+        ini_files_open -= cfg != nullptr ? 1 : 0;
+        delete cfg;
+    });
+}
+
+uint64_t fake_trees_alive()
+{
+    return trees_alive;
+}
+
+uint64_t fake_ini_files_open()
+{
+    return ini_files_open;
 }
 
 void fake_set_ini(const std::string &path, const std::string &section, const std::string &key,

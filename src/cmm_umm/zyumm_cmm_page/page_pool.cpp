@@ -69,7 +69,7 @@ uint32_t create_page_mempool(void)
         return CMM_FAILURE;
     }
 
-    zymm_slab_param param;
+    zymm_slab_param param = {};
     zymm_slab_param_init(&param);
     const int copied = memcpy_s(param.name, sizeof param.name - 1, POOL_NAME, POOL_NAME_LENGTH);
     if (copied != 0) {
@@ -132,7 +132,7 @@ uint32_t zyumm_page_slab_create(uint64_t pool_id, uint64_t attr, uint32_t module
         return CMM_FAILURE;
     }
 
-    zymm_slab_param param;
+    zymm_slab_param param = {};
     zymm_slab_param_init(&param);
     strncpy_s(param.name, sizeof param.name, POOL_NAME, POOL_NAME_LENGTH);
     set_page_geometry(&param);

@@ -49,7 +49,7 @@ static timer_step start_walk_timer(zyax_timer *timer)
 
 static uint32_t create_request_slab(const char *func)
 {
-    zymm_slab_param param;
+    zymm_slab_param param = {};
     zymm_slab_param_init(&param);
     const int copied = memcpy_s(param.name, sizeof param.name - 1, REQUEST_POOL_NAME,
                                 sizeof REQUEST_POOL_NAME - 1);
