@@ -8,7 +8,7 @@
 
 #include "expect_log.h"
 
-#include "chain_model.h"
+#include "chain_builder.h"
 
 /* One of the four copies and what is its own. */
 struct copier {
@@ -247,23 +247,6 @@ TEST_P(SglCopy, a_copy_that_ends_with_the_chain_is_complete)
     const test_chain chain = chain_of({{520, 520}});
 
     expect_exact_copy(GetParam(), chain, places(chain), 7, sector() * 2 - 7);
-}
-
-TEST_P(SglCopy, random_copies_move_what_a_flat_model_says)
-{
-    std::mt19937 random(21);
-    for (int round = 0; round < 200; ++round) {
-        const test_chain             chain = chain_of(random_shape(random, 16));
-        const std::vector<uint8_t *> where = places(chain);
-        if (where.empty())
-            continue;
-        const uint32_t offset = uint32_t(random() % where.size());
-        const uint32_t length = uint32_t(random() % (where.size() - offset + 1));
-
-        SCOPED_TRACE(round);
-        ASSERT_NO_FATAL_FAILURE(
-            expect_exact_copy(GetParam(), chain, where, offset, length));
-    }
 }
 
 TEST_P(SglCopy, there_is_one_bounded_copy_of_the_pieces_own_size_for_each_piece)

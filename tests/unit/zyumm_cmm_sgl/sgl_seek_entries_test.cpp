@@ -8,7 +8,7 @@
 
 #include "expect_log.h"
 
-#include "chain_model.h"
+#include "chain_builder.h"
 
 /* ------------------------------------------------------------------- last used entry */
 
@@ -508,66 +508,4 @@ TEST(SglCount, a_length_that_is_negative_as_a_signed_number_counts_none_without_
     EXPECT_EQ(getValidSglPageNum(chain.head(), 10, 0x80000000), 0u);
 
     EXPECT_NO_LINE();
-}
-
-/* ------------------------------------------------------------- against a flat model */
-
-TEST(SglCount, random_ranges_touch_the_entries_that_a_flat_model_says)
-{
-    std::mt19937 random(11);
-    for (int round = 0; round < 400; ++round) {
-        const chain_shape             lengths = random_shape(random, 4);
-        const test_chain              chain   = chain_of(lengths);
-        const std::vector<model_byte> model   = model_of(chain, lengths, 0xFFFFFFFF);
-        if (model.empty())
-            continue;
-        const uint32_t offset = uint32_t(random() % model.size());
-        const uint32_t length = uint32_t(1 + random() % (model.size() - offset));
-
-        uint32_t touched = 1;
-        for (uint32_t at = offset + 1; at < offset + length; ++at)
-            touched += model[at].offset == 0 ? 1 : 0;
-        ASSERT_EQ(getValidSglPageNum(chain.head(), offset, length), touched) << "round " << round;
-        const uint32_t too_long = uint32_t(model.size()) - offset + 1;
-        ASSERT_EQ(getValidSglPageNum(chain.head(), offset, too_long), 0u) << "round " << round;
-    }
-}
-
-TEST(SglMove, random_moves_end_where_a_flat_model_has_them)
-{
-    std::mt19937 random(12);
-    for (int round = 0; round < 400; ++round) {
-        const chain_shape  lengths = random_shape(random, 4);
-        const test_chain   chain   = chain_of(lengths);
-        std::vector<place> entries;
-        for (size_t s = 0; s < lengths.size(); ++s)
-            for (uint32_t i = 0; i < lengths[s].size(); ++i)
-                entries.push_back({chain.sgl(s), i});
-        if (entries.empty())
-            continue;
-        const size_t from = random() % entries.size();
-        const size_t by   = random() % (entries.size() + 2);
-
-        const place at = moved(entries[from].sgl, entries[from].index, int32_t(by));
-        const place expected =
-            from + by < entries.size() ? entries[from + by] : place{nullptr, 0};
-        ASSERT_EQ(at.sgl, expected.sgl) << "round " << round;
-        ASSERT_EQ(at.index, expected.index) << "round " << round;
-    }
-}
-
-TEST(SglLast, the_last_entry_of_random_chains_is_the_flat_models_last)
-{
-    std::mt19937 random(13);
-    for (int round = 0; round < 400; ++round) {
-        const chain_shape             lengths = random_shape(random, 4);
-        const test_chain              chain   = chain_of(lengths);
-        const std::vector<model_byte> model   = model_of(chain, lengths, 0xFFFFFFFF);
-        if (model.empty())
-            continue;
-
-        const last_entry last = last_of(chain);
-        ASSERT_EQ(last.sgl, model.back().sgl) << "round " << round;
-        ASSERT_EQ(last.index, model.back().index) << "round " << round;
-    }
 }

@@ -6,7 +6,7 @@
 
 #include "expect_log.h"
 
-#include "chain_model.h"
+#include "chain_builder.h"
 
 /* What a lookup answered; what it did not write stays at these values. */
 struct found {
@@ -520,41 +520,4 @@ TEST(SglLookupData, the_two_lookups_do_not_share_a_limiter)
     getCurrentSglByOffsetIgnoreDif(chain.head(), 520, nullptr, nullptr, nullptr);
 
     EXPECT_EQ(fake_log_count("[UMM_CMM] output SGL is NULL."), 1u);
-}
-
-/* ------------------------------------------------------------- against a flat model */
-
-using lookup_fn = decltype(&getCurrentSglByOffset);
-
-/* Looks every offset up but 0, whose answer does not depend on the entries. */
-static void compare_with_model(lookup_fn look_up, uint32_t mask, uint32_t seed)
-{
-    std::mt19937                  random(seed);
-    const chain_shape             lengths = random_shape(random, 4);
-    const test_chain              chain   = chain_of(lengths);
-    const std::vector<model_byte> model   = model_of(chain, lengths, mask);
-
-    for (uint32_t offset = 1; offset < model.size(); ++offset) {
-        found at;
-        at.status = look_up(chain.head(), offset, &at.sgl, &at.index, &at.offset);
-        ASSERT_EQ(at.status, 0) << "seed " << seed << " offset " << offset;
-        ASSERT_EQ(at.sgl, model[offset].sgl) << "seed " << seed << " offset " << offset;
-        ASSERT_EQ(at.index, model[offset].index) << "seed " << seed << " offset " << offset;
-        ASSERT_EQ(at.offset, model[offset].offset) << "seed " << seed << " offset " << offset;
-    }
-    const uint32_t beyond = std::max(uint32_t(model.size()), 1u);
-    found          at;
-    EXPECT_EQ(look_up(chain.head(), beyond, &at.sgl, &at.index, &at.offset), -1);
-}
-
-TEST(SglLookup, every_offset_of_random_chains_is_where_a_flat_model_has_it)
-{
-    for (uint32_t seed = 1; seed <= 60; ++seed)
-        compare_with_model(getCurrentSglByOffset, 0xFFFFFFFF, seed);
-}
-
-TEST(SglLookupData, every_offset_of_random_chains_is_where_a_flat_model_has_it)
-{
-    for (uint32_t seed = 1; seed <= 60; ++seed)
-        compare_with_model(getCurrentSglByOffsetIgnoreDif, 0xFFFFFF00, seed);
 }
