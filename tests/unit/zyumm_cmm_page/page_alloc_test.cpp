@@ -171,6 +171,11 @@ TEST_F(PageAlloc, a_negative_count_is_refused)
     expect_refused_count(0xFFFFFFFF, "[UMM_CMM] page_cnt(4294967295) is error.");
 }
 
+TEST_F(PageAlloc, a_negative_count_is_refused_however_small_without_its_sign)
+{
+    expect_refused_count(0x80000001, "[UMM_CMM] page_cnt(2147483649) is error.");
+}
+
 TEST_F(PageAlloc, refused_counts_are_limited)
 {
     SGL *chain = nullptr;

@@ -356,6 +356,19 @@ TEST_F(PageFreeDry, freeing_a_chain_kicks_the_queue_once)
     EXPECT_EQ(kicks(), 1u);
 }
 
+TEST_F(PageFreeDry, freeing_a_chain_kicks_after_its_pages_and_sgls_are_back)
+{
+    leave_pages(3);
+    SGL *chain = take_run(3);
+    ask_page(1);
+    fake_hook(OP_zyax_timer_modify, 1, [] {
+        EXPECT_EQ(pages_out(), 0u);
+        EXPECT_EQ(sgls_out(), 0u);
+    });
+    freeMultiPages(chain, MODULE, OWNER, 1);
+    EXPECT_EQ(kicks(), 1u);
+}
+
 TEST_F(PageFreeDry, the_kicks_answer_is_the_answer_of_freeing_a_chain)
 {
     leave_pages(1);

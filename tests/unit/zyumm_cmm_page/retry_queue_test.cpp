@@ -116,6 +116,17 @@ TEST_F(RetryQueue, a_served_page_belongs_to_who_asked)
     EXPECT_EQ(call.args[3].number, 21u);
 }
 
+TEST_F(RetryQueue, a_served_record_is_freed_after_its_pages_are_delivered)
+{
+    ask_page(1);
+    leave_pages(1);
+    texts delivered;
+    fake_hook(OP_zymm_slab_free, 1, [&] { delivered = events; });
+    run_once();
+    EXPECT_EQ(delivered, texts{"end 1 0x0"});
+    EXPECT_EQ(requests_out(), 0u);
+}
+
 TEST_F(RetryQueue, a_large_request_holds_back_all_behind_it)
 {
     ask_run(1, 4);

@@ -106,6 +106,17 @@ TEST_F(RetryWalk, an_expired_record_is_freed_off_the_list_by_its_module)
     EXPECT_EQ(requests_out(), 0u);
 }
 
+TEST_F(RetryWalk, an_expired_record_is_freed_after_its_call_backs)
+{
+    ask_page(1, 0);
+    texts told;
+    fake_hook(OP_zymm_slab_free, 1, [&] { told = events; });
+    fake_advance_nanosec(1);
+    walk();
+    EXPECT_EQ(told, (texts{"fail 1", "end 1 0x80009301"}));
+    EXPECT_EQ(requests_out(), 0u);
+}
+
 /* ---- the clock */
 
 TEST_F(RetryWalk, each_record_is_judged_by_a_reading_of_its_own)
@@ -387,4 +398,25 @@ TEST_F(RetryWalk, no_marker_names_a_record_that_is_gone)
     walk();
     EXPECT_EQ(queue(), ids{});
     EXPECT_EQ(s_hung_page_list_travel_node, nullptr);
+}
+
+/* The second record becomes the marker while the first one's call-back runs. */
+static void mark_the_next(void *, uint64_t, uint32_t)
+{
+    s_hung_page_list_travel_node = &queued(0)->list;
+}
+
+static void keep_the_marker(uint64_t)
+{
+    events.push_back("marker " + hex(s_hung_page_list_travel_node));
+}
+
+TEST_F(RetryWalk, a_marker_leaves_a_record_before_its_call_backs_run)
+{
+    allocOnePageForPagePoolTimeOut(nullptr, 0, mark_the_next, 1, on_fail, 1, MODULE, OWNER, 21);
+    allocOnePageForPagePoolTimeOut(nullptr, 0, on_end, 2, keep_the_marker, 2, MODULE, OWNER, 21);
+    fake_advance_nanosec(1);
+    walk();
+    EXPECT_EQ(events, (texts{"fail 1", "marker 0x0", "end 2 0x80009301"}));
+    EXPECT_EQ(queue(), ids{});
 }
