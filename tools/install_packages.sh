@@ -19,6 +19,7 @@ TEST_PACKAGES=(
     gcc clang-14
     libgtest-dev libgmock-dev
     python3 binutils # the checks of includes and exports
+    gcovr            # the coverage of the unit tests
 )
 
 missing_packages()
