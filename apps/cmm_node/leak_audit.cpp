@@ -4,7 +4,7 @@
 #include "leak_audit.h"
 
 #include "dbg_console.h"
-#include "page_wait.h"
+#include "node_identity.h"
 #include "zymm.h"
 #include "zyumm_cmm_page.h"
 #include "zyumm_cmm_req.h"

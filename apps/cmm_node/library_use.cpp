@@ -5,7 +5,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 
@@ -17,9 +16,6 @@
 #include "zyumm_cmm_sgl.h"
 
 namespace {
-
-constexpr uint32_t LONGEST_REQUEST = 128; /* pages: 1 MiB of data */
-constexpr uint32_t PAGES_OF_A_PLACE = 8;  /* the queue has one place for every 8 pages */
 
 /* Where the build, and a package, put the sample: beside the program's folder. */
 std::string sample_config_dir()
@@ -67,19 +63,7 @@ bool library_use::stop()
         return true;
     running_ = false;
     /* This process starts the library once. The eviction timer would outlive the stop and complain
-     * that there is no pool any more. */
+     * that there is no pool any more; and with it go the call-backs, which cannot be taken back. */
     zyax_timer_delete(&g_page_async_evict_handler.timer);
     return cmm_module_exit() == CMM_OK;
-}
-
-uint32_t thread_limit()
-{
-    return std::max(1u, std::min(g_ucmm_config.page_max / PAGES_OF_A_PLACE, g_ucmm_config.req_max));
-}
-
-uint32_t chunk_limit()
-{
-    const uint64_t entries = uint64_t(g_ucmm_config.sgl_max) * SGL_MAX_ENTRY_NUM;
-    const uint64_t pages = std::min<uint64_t>({LONGEST_REQUEST, g_ucmm_config.page_max, entries});
-    return uint32_t(pages) * PAGE_DATA_SIZE;
 }

@@ -22,7 +22,3 @@ public:
 private:
     bool running_ = false;
 };
-
-/* Threads that can all wait for pages at once, and bytes of one request: what the pools allow. */
-uint32_t thread_limit();
-uint32_t chunk_limit();

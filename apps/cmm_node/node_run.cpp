@@ -1,35 +1,30 @@
 /*
  * The order of a run:
  *
- *     log - sources - library - folders - poller - protect - verify - poller off - audit - stop
+ *     signals - log - sources - library - limits - folders - poller, writers - protect - verify -
+ *     writers off - cache emptied - poller off - audit - stop
  *
  * A failure inside a phase is kept in the failure list and ends up in the report; one before the
- * first phase is thrown. Either way the library is stopped after its last user, and workers, whose
- * call-backs it may still be leaving, go only after that.
+ * first phase is thrown. A stop signal ends the phases early and nothing else: what follows them is
+ * the same. Either way the library is stopped after its last user; the workers and the cache, which
+ * its call-backs may still be leaving, go only after that.
  */
 #include "node_run.h"
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <deque>
-#include <thread>
 
 #include "leak_audit.h"
 #include "library_use.h"
 #include "node_error.h"
-#include "progress.h"
-#include "report.h"
-#include "retry_poller.h"
-#include "worker.h"
+#include "phase_run.h"
+#include "pool_limits.h"
 #include "zyax_log.h"
 
 namespace {
 
 constexpr uint64_t LOG_FILE_BYTES = 10u << 20;
 constexpr uint32_t LOG_FILES = 2; /* full ones, besides the current */
-constexpr std::chrono::milliseconds PROGRESS_STEP{100};
 
 void set_up_log(const node_options &options)
 {
@@ -43,81 +38,62 @@ void set_up_log(const node_options &options)
     zyax_log_remove_stderr();
 }
 
-/* Counts workers down, so that the main thread can draw while they work. */
-class finish_line
+/* The threads that serve the workers; gone before the library stops, whatever happens. */
+class serving_threads
 {
 public:
-    explicit finish_line(size_t runners) : running_(runners) {}
+    explicit serving_threads(io_context &io) : io_(io) {}
+    serving_threads(const serving_threads &) = delete;
+    ~serving_threads() { stop(); }
 
-    void cross()
+    void start()
     {
-        std::lock_guard hold(lock_);
-        --running_;
-        all_there_.notify_one();
+        io_.poller.start();
+        for (replica_writer &writer : io_.writers)
+            writer.start();
     }
 
-    bool wait_for(std::chrono::milliseconds time)
+    /* Whoever holds pages gives them back before the poller goes. */
+    void stop()
     {
-        std::unique_lock hold(lock_);
-        return all_there_.wait_for(hold, time, [this] { return running_ == 0; });
+        for (replica_writer &writer : io_.writers)
+            writer.stop();
+        io_.cache.clear();
+        io_.poller.stop();
     }
 
 private:
-    std::mutex              lock_;
-    std::condition_variable all_there_;
-    size_t                  running_;
+    io_context &io_;
 };
 
-/* Runs all workers over the list, drawing the progress meanwhile. */
-phase_result run_phase(phase what, const char *name, work_list &list, std::deque<worker> &workers,
-                       uint64_t total, bool quiet)
-{
-    const auto start = std::chrono::steady_clock::now();
-    progress shown(name, total, quiet);
-    finish_line finish(workers.size());
-    std::vector<std::jthread> threads;
-
-    for (worker &one : workers)
-        threads.emplace_back([&] {
-            one.run(what, list);
-            finish.cross();
-        });
-    while (!finish.wait_for(PROGRESS_STEP))
-        shown.show(list.bytes_done());
-    threads.clear();
-    shown.finish(list.bytes_done());
-
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    return {list.bytes_done(), list.chunks_done(), took.count()};
-}
-
-/* All phases that were asked for. */
+/* All phases that were asked for, until a stop signal. */
 void run_phases(const node_options &options, const std::vector<source_file> &sources,
-                const replica_store &store, std::deque<worker> &workers, failure_list &failures,
-                report &result)
+                const replica_store &store, const pool_limits &limits, std::deque<worker> &workers,
+                io_context &io, signal_inbox &signals, report &result)
 {
     const uint64_t total = total_size(sources);
+    onlooker look = {signals, io.cache, options.show, options.quiet};
 
     if (!options.verify_only) {
-        work_list list(phase::PROTECT, sources, store, chunk_limit(), failures);
-        result.protect = run_phase(phase::PROTECT, "protect", list, workers, total, options.quiet);
+        work_list list(phase::PROTECT, sources, store, limits.chunk_bytes(), io.failures);
+        result.protect = run_phase("protect", phase::PROTECT, list, workers, total, look);
     }
-    if (failures.empty()) {
-        work_list list(phase::VERIFY, sources, store, chunk_limit(), failures);
-        result.verify = run_phase(phase::VERIFY, "verify", list, workers, total, options.quiet);
+    if (io.failures.empty() && signals.stop_signal() == 0) {
+        work_list list(phase::VERIFY, sources, store, limits.chunk_bytes(), io.failures);
+        result.verify = run_phase("verify", phase::VERIFY, list, workers, total, look);
         result.verified = true;
+        result.damage = !io.failures.empty();
     }
+    result.stop_signal = signals.stop_signal();
 }
 
 /* Images are worth keeping when they were asked for, were there before, or show damage. */
 void clear_away(const node_options &options, const std::vector<source_file> &sources,
-                replica_store &store, report &result)
+                replica_store &store, failure_list &failures, report &result)
 {
-    const bool damage_shown = result.verified && !result.failures.empty();
-
-    result.images_kept = options.keep || options.verify_only || damage_shown;
+    result.images_kept = options.keep || options.verify_only || result.damage;
     if (!result.images_kept)
-        store.remove_images(sources);
+        store.remove_images(sources, failures);
 }
 
 } // namespace
@@ -125,32 +101,33 @@ void clear_away(const node_options &options, const std::vector<source_file> &sou
 int run_node(const node_options &options)
 {
     signal(SIGXFSZ, SIG_IGN); /* a file-size limit then is a failed write like any other */
+    signal_inbox signals;
     set_up_log(options);
 
     const std::vector<source_file> sources = find_sources(options.files);
-    page_statistics statistics;
-    retry_poller poller(statistics);
-    failure_list failures;
+    io_context io(options.replicas, options.timeout);
     std::deque<worker> workers;
     library_use library(options.config_dir);
+    serving_threads serving(io);
+    const pool_limits limits = find_limits(options.replicas);
     replica_store store(options.replica_dir, options.replicas);
-    report result(options, sources, store, statistics);
+    report result(options, sources, store, io);
 
-    for (uint32_t i = 0; i < std::min(options.threads, thread_limit()); ++i)
-        workers.emplace_back(chunk_limit(), options.timeout, statistics, poller, failures);
+    for (uint32_t i = 0; i < std::min(options.threads, limits.threads); ++i)
+        workers.emplace_back(io, limits.chunk_bytes());
     result.threads = workers.size();
-    poller.start();
-    run_phases(options, sources, store, workers, failures, result);
-    poller.stop();
+    io.cache.open(limits.cache_pages);
+    serving.start();
+    run_phases(options, sources, store, limits, workers, io, signals, result);
+    serving.stop();
 
     result.read_pools();
-    result.retry_runs = poller.runs();
     result.audit = audit_objects();
     print_holders(result.audit);
     result.stopped_clean = library.stop();
-    result.failures = failures.lines();
-    result.failure_count = failures.count();
-    clear_away(options, sources, store, result);
+    clear_away(options, sources, store, io.failures, result);
+    result.failures = io.failures.lines();
+    result.failure_count = io.failures.count();
     result.print();
-    return result.ok() ? NODE_OK : NODE_FAILURE;
+    return result.exit_code();
 }

@@ -18,7 +18,12 @@ constexpr const char *ABOUT =
 constexpr const char *MORE =
     "An image is <replica dir>/replica-<k>/<index>-<name>.img: sectors of 520 bytes, 512 of the\n"
     "file and 8 integrity bytes; the last sector is filled up with zeros.\n"
-    "Exit status: 0 all protected and verified, 1 failure, 2 wrong usage.";
+    "\n"
+    "SIGUSR1 shows the requests that wait for pages, and a page. SIGINT and SIGTERM finish the\n"
+    "requests under way and end the run; a second one ends it at once.\n"
+    "\n"
+    "Exit status: 0 all protected and verified, 1 failure, 2 wrong usage, 128 and the signal's\n"
+    "number when a signal ended the run.";
 
 constexpr const char *LEVEL_HELP =
     "What the library logs: fatal, error, warning or info. Default error: a dry pool, which is "
@@ -54,6 +59,9 @@ void add_options(CLI::App &app, node_options *options)
     app.add_flag("--keep", options->keep,
                  "Keep the images; otherwise they are removed at the end,\n"
                  "unless one is found damaged");
+    app.add_flag("--show", options->show,
+                 "Show waiting requests and a page half way through each phase,\n"
+                 "as SIGUSR1 does at any time");
     app.add_flag("--quiet", options->quiet, "Say nothing but failures");
     app.set_version_flag("--version", std::string("cmm_node ") + CMM_NODE_VERSION);
 }

@@ -11,6 +11,7 @@
 inline constexpr int NODE_OK      = 0;
 inline constexpr int NODE_FAILURE = 1;
 inline constexpr int NODE_USAGE   = 2;
+inline constexpr int NODE_STOPPED = 128; /* and the number of the signal, as shells have it */
 
 struct node_options {
     std::vector<std::string> files;
@@ -22,6 +23,7 @@ struct node_options {
     uint32_t                 timeout   = 30; /* s, of one request for pages */
     uint32_t                 log_level = 3;  /* ZYLOG_ERROR */
     bool                     keep        = false;
+    bool                     show        = false;
     bool                     quiet       = false;
     bool                     verify_only = false;
 };

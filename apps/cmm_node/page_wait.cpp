@@ -29,12 +29,6 @@ void page_statistics::sample()
         raise_to(peak_sgls, sgls);
 }
 
-page_run::~page_run()
-{
-    freeMultiPages(chain_, NODE_MODULE_ID, __func__, __LINE__);
-    poller_.signal();
-}
-
 void page_waiter::expect_failure(uint64_t self)
 {
     page_waiter &waiter = *reinterpret_cast<page_waiter *>(self);
@@ -81,6 +75,8 @@ std::string page_waiter::reason(uint32_t pages, uint32_t timeout) const
 
 page_run page_waiter::take(uint32_t pages, uint32_t timeout)
 {
+    if (pages == 0)
+        return page_run(nullptr, poller_);
     {
         std::lock_guard hold(lock_);
         asker_ = std::this_thread::get_id();

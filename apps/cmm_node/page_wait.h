@@ -6,7 +6,7 @@
  *       waits on its condition        pool is dry: queues
  *                                     page_do_retry <------------- run
  *       wakes up  <------------------ delivers
- *     ~page_run -- gives back ------> ... and the poller is told
+ *     page_run ends -- gives back --> ... and the poller is told
  *
  * A request that times out is answered by the platform's timer thread while the queue's list lock
  * is held: the call-backs only store the result and signal, they call nothing of the library.
@@ -23,11 +23,7 @@
 #include <string>
 #include <thread>
 
-#include "zyumm_cmm_types.h"
-
-inline constexpr uint32_t NODE_MODULE_ID = 900; /* owner of everything that cmm_node takes */
-
-class retry_poller;
+#include "page_run.h"
 
 /* How requests for pages ended, and the most that was in use; written by many threads. */
 struct page_statistics {
@@ -43,21 +39,6 @@ struct page_statistics {
     void sample();
 };
 
-/* Pages that are held; gives them back when it ends. */
-class page_run
-{
-public:
-    page_run(SGL *chain, retry_poller &poller) : chain_(chain), poller_(poller) {}
-    page_run(const page_run &) = delete;
-    ~page_run();
-
-    SGL *chain() const { return chain_; }
-
-private:
-    SGL          *chain_;
-    retry_poller &poller_;
-};
-
 class page_waiter
 {
 public:
@@ -66,7 +47,8 @@ public:
     {
     }
 
-    /* Waits until the pages are there; throws when they did not come within `timeout` seconds. */
+    /* Waits until the pages are there; throws when they did not come within `timeout` seconds.
+     * No pages are a run without a chain, had at once. */
     page_run take(uint32_t pages, uint32_t timeout);
 
 private:

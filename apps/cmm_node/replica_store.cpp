@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "failure_list.h"
 #include "node_error.h"
 
 namespace {
@@ -58,11 +59,15 @@ std::string replica_store::image_path(uint32_t number, const source_file &source
            "-" + name.substr(0, LONGEST_NAME) + ".img";
 }
 
-void replica_store::remove_images(const std::vector<source_file> &sources)
+void replica_store::remove_images(const std::vector<source_file> &sources, failure_list &failures)
 {
-    for (const source_file &source : sources)
-        for (uint32_t number = 0; number < replicas_; ++number)
-            unlink(image_path(number, source).c_str());
+    for (const source_file &source : sources) {
+        for (uint32_t number = 0; number < replicas_; ++number) {
+            const std::string path = image_path(number, source);
+            if (unlink(path.c_str()) != 0 && errno != ENOENT)
+                failures.add(system_failure(path + ": could not be removed", errno).what());
+        }
+    }
     for (auto folder = made_.rbegin(); folder != made_.rend(); ++folder)
         rmdir(folder->c_str());
 }

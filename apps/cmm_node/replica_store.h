@@ -9,6 +9,8 @@
 
 #include "source_file.h"
 
+class failure_list;
+
 class replica_store
 {
 public:
@@ -18,8 +20,9 @@ public:
     /* Where the image of a source lies in replica `number`, from 0. */
     std::string image_path(uint32_t number, const source_file &source) const;
 
-    /* Removes the images of these sources, and folders that are empty then and were made here. */
-    void remove_images(const std::vector<source_file> &sources);
+    /* Removes the images of these sources, and folders that are empty then and were made here. An
+     * image that stays is a failure. */
+    void remove_images(const std::vector<source_file> &sources, failure_list &failures);
 
     const std::string &dir() const { return dir_; }
     uint32_t           replicas() const { return replicas_; }

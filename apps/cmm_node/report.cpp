@@ -35,6 +35,13 @@ void report::read_pools()
     zyumm_sgl_get_usage_info(&sgls_total_, &used);
 }
 
+int report::exit_code() const
+{
+    if (!ok())
+        return NODE_FAILURE;
+    return stop_signal == 0 ? NODE_OK : NODE_STOPPED + stop_signal;
+}
+
 void report::print_failures() const
 {
     for (const std::string &line : failures)
@@ -48,26 +55,40 @@ void report::print_failures() const
         fprintf(stderr, "cmm_node: the library did not stop clean\n");
 }
 
+const char *report::finding() const
+{
+    if (damage)
+        return "and found damage";
+    return stop_signal == 0 ? "every replica equals its source" : "all of it equal to its source";
+}
+
+const char *report::fate_of_images() const
+{
+    if (!images_kept)
+        return "removed again";
+    if (stop_signal == 0 || options_.verify_only || verified)
+        return "kept";
+    return protect.bytes < total_size(sources_) ? "kept, not complete" : "kept, not verified";
+}
+
 void report::print_phases() const
 {
     const uint64_t images = store_.replicas();
 
     print_fact("files", std::to_string(sources_.size()) + ", " + human_size(total_size(sources_)) +
                             ", by " + std::to_string(threads) + " threads");
-    print_fact("replicas", std::to_string(images) + " in " + store_.dir() +
-                               (images_kept ? ", kept" : ", removed again"));
+    print_fact("replicas",
+               std::to_string(images) + " in " + store_.dir() + ", " + fate_of_images());
     if (!options_.verify_only)
         print_fact("protected", speed(protect, protect.bytes) + ", " +
                                     std::to_string(protect.requests) + " requests");
     if (verified)
-        print_fact("verified", speed(verify, verify.bytes * images) +
-                                   (failure_count == 0 ? ", every replica equals its source"
-                                                       : ", and found damage"));
+        print_fact("verified", speed(verify, verify.bytes * images) + ", " + finding());
 }
 
 void report::print_pools() const
 {
-    const page_statistics &s = statistics_;
+    const page_statistics &s = io_.pages;
 
     print_fact("pages", std::to_string(s.peak_pages) + " of " + std::to_string(pages_total_) +
                             " in use at the peak");
@@ -77,14 +98,30 @@ void report::print_pools() const
                                " queued, " + std::to_string(s.served) + " served, " +
                                std::to_string(s.timed_out) + " timed out, " +
                                std::to_string(s.refused) + " refused, " +
-                               std::to_string(retry_runs) + " retry runs");
+                               std::to_string(io_.poller.runs()) + " retry runs");
+}
+
+void report::print_sharing() const
+{
+    const share_statistics &s = io_.shares;
+    const cache_statistics &c = io_.cache.statistics();
+
+    print_fact("clones", std::to_string(s.clones) + " for the replicas' writers, " +
+                             std::to_string(s.borrowed) + " borrowed copies for the verifier");
+    print_fact("zero pages", std::to_string(s.zero_entries) + " of " + std::to_string(s.pages) +
+                                 " pages were the shared zero page");
+    print_fact("cache", std::to_string(c.kept) + " pages kept, " + std::to_string(c.found) +
+                            " found again, " + std::to_string(c.given_back) + " given back in " +
+                            std::to_string(c.evictions) + " evictions");
 }
 
 void report::print_end() const
 {
+    const char *good = stop_signal == 0 ? "ok" : "stopped by a signal";
+
     print_fact("leak audit", audit.clean() ? "clean" : "objects are still out");
     print_fact("stop", stopped_clean ? "clean" : "failed");
-    print_fact("result", ok() ? "ok" : "failed");
+    print_fact("result", ok() ? good : "failed");
 }
 
 void report::print() const
@@ -92,6 +129,7 @@ void report::print() const
     if (!options_.quiet) {
         print_phases();
         print_pools();
+        print_sharing();
         print_end();
         fflush(stdout);
     }

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "node_error.h"
-#include "page_wait.h"
+#include "node_identity.h"
 #include "zyumm_cmm_req.h"
 
 class request_record

@@ -67,7 +67,9 @@ bool work_list::next(chunk *out)
 {
     std::lock_guard hold(lock_);
 
-    if (stopped_ || (current_ == nullptr && !open_next_source()))
+    if (current_ == nullptr && !open_next_source())
+        return false;
+    if (stopped_) /* perhaps while the file was being opened */
         return false;
 
     const uint64_t left = current_->source.size - offset_;

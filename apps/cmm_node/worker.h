@@ -1,7 +1,7 @@
 /*
  * One worker: takes chunks off the list and protects or verifies them, one request at a time.
  *
- * What a chunk holds (a request record, a run of pages) is held by objects of the function that
+ * What a chunk holds (a request record, chains of pages) is held by objects of the function that
  * works on it, so a failure in the middle gives everything back.
  */
 #pragma once
@@ -9,15 +9,15 @@
 #include <cstdint>
 #include <vector>
 
-#include "failure_list.h"
-#include "page_wait.h"
+#include "io_context.h"
+#include "protector.h"
+#include "verifier.h"
 #include "work_list.h"
 
 class worker
 {
 public:
-    worker(uint32_t chunk_bytes, uint32_t timeout, page_statistics &statistics,
-           retry_poller &poller, failure_list &failures);
+    worker(io_context &io, uint32_t chunk_bytes);
 
     /* Until the list is empty. A failure while protecting stops the list: nothing is gained by
      * filling a full disk; damage found while verifying does not, every replica is looked at. */
@@ -25,13 +25,10 @@ public:
 
 private:
     void work_on(phase what, const chunk &part);
-    void protect(const chunk &part);
-    void verify(const chunk &part);
-    void verify_image(const chunk &part, const replica_image &image, SGL *chain);
 
-    const uint32_t       timeout_; /* s */
-    failure_list        &failures_;
+    io_context          &io_;
     page_waiter          waiter_;
+    protector            protector_;
+    verifier             verifier_;
     std::vector<uint8_t> source_; /* a chunk as it is in the file, filled up to a whole sector */
-    std::vector<uint8_t> copy_;   /* the same, as a replica gave it back */
 };

@@ -261,6 +261,16 @@ TEST_F(NodeFailure, an_entry_without_requests)
     EXPECT_NO_POOL(node_config(128, 64, 0), "the process's entry gives no req_num");
 }
 
+TEST_F(NodeFailure, fewer_scatter_gather_lists_than_one_request_needs)
+{
+    make_config(node_config(128, 4, 32));
+    const node_result run = node({"--replicas", "4", make_file("file", "x")});
+
+    EXPECT_EQ(run.code, 1);
+    EXPECT_EQ(run.err, "cmm_node: the SGL pool of 4 is too small: a request with 4 replicas "
+                       "needs 5\n");
+}
+
 TEST_F(NodeFailure, an_entry_that_leaves_the_page_pool_to_another_component)
 {
     EXPECT_NO_POOL(

@@ -36,8 +36,8 @@ void redirect(int fd, const std::string &path)
 
 } // namespace
 
-node_result run_program(const std::string &program, const std::vector<std::string> &arguments,
-                        const std::string &scratch, uint64_t file_size_limit)
+pid_t start_program(const std::string &program, const std::vector<std::string> &arguments,
+                    const std::string &scratch, uint64_t file_size_limit)
 {
     std::vector<char *> argv = {const_cast<char *>(program.c_str())};
     for (const std::string &argument : arguments)
@@ -47,10 +47,21 @@ node_result run_program(const std::string &program, const std::vector<std::strin
     const pid_t child = fork();
     if (child == 0)
         become(program, argv, scratch, file_size_limit);
+    return child;
+}
+
+node_result finish_program(pid_t program, const std::string &scratch)
+{
     int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(waitpid(program, &status, 0), program);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_whole(scratch + "/stdout"),
             read_whole(scratch + "/stderr")};
+}
+
+node_result run_program(const std::string &program, const std::vector<std::string> &arguments,
+                        const std::string &scratch, uint64_t file_size_limit)
+{
+    return finish_program(start_program(program, arguments, scratch, file_size_limit), scratch);
 }
 
 std::string node_config(uint32_t pages, uint32_t sgls, uint32_t requests)
@@ -121,13 +132,24 @@ std::string NodeProgram::make_config(const std::string &text) const
     return path("etc");
 }
 
-node_result NodeProgram::node(std::vector<std::string> arguments, uint64_t file_size_limit) const
+std::vector<std::string> NodeProgram::with_folders(std::vector<std::string> arguments) const
 {
     if (!std::filesystem::exists(path("etc")))
         make_config(node_config(128, 64, 32));
     arguments.insert(arguments.begin(),
                      {"--config", path("etc"), "--replica-dir", path("replicas")});
-    return run_program(CMM_NODE_PROGRAM, arguments, scratch_, file_size_limit);
+    return arguments;
+}
+
+node_result NodeProgram::node(std::vector<std::string> arguments, uint64_t file_size_limit) const
+{
+    return run_program(CMM_NODE_PROGRAM, with_folders(std::move(arguments)), scratch_,
+                       file_size_limit);
+}
+
+pid_t NodeProgram::start_node(std::vector<std::string> arguments) const
+{
+    return start_program(CMM_NODE_PROGRAM, with_folders(std::move(arguments)), scratch_);
 }
 
 node_result NodeProgram::bare_node(const std::vector<std::string> &arguments) const

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -22,6 +24,11 @@ struct node_result {
 /* Runs the program to its end; `file_size_limit` in bytes, 0 for none. */
 node_result run_program(const std::string &program, const std::vector<std::string> &arguments,
                         const std::string &scratch, uint64_t file_size_limit = 0);
+
+/* The two halves of it: the program runs meanwhile, its output so far in the scratch folder. */
+pid_t       start_program(const std::string &program, const std::vector<std::string> &arguments,
+                          const std::string &scratch, uint64_t file_size_limit = 0);
+node_result finish_program(pid_t program, const std::string &scratch);
 
 /* Text of a configuration with one section, for any machine, and one entry. */
 std::string node_config(uint32_t pages, uint32_t sgls, uint32_t requests);
@@ -52,8 +59,13 @@ protected:
     /* Runs cmm_node with the scratch configuration, the images under "replicas". */
     node_result node(std::vector<std::string> arguments, uint64_t file_size_limit = 0) const;
 
+    /* Starts it likewise. */
+    pid_t start_node(std::vector<std::string> arguments) const;
+
     /* Runs it with just these arguments. */
     node_result bare_node(const std::vector<std::string> &arguments) const;
+
+    std::vector<std::string> with_folders(std::vector<std::string> arguments) const;
 
     std::string image(unsigned replica, const std::string &name) const;
 

@@ -6,22 +6,12 @@
 
 #include <fcntl.h>
 
-#include <chrono>
 #include <future>
-#include <memory>
 
-#include "leak_audit.h"
-#include "library_use.h"
-#include "node_error.h"
-#include "node_program.h"
-#include "page_wait.h"
+#include "node_parts.h"
 #include "replica_image.h"
 #include "request_record.h"
-#include "retry_poller.h"
 #include "zyax_console.h"
-#include "zyax_log.h"
-#include "zyumm_cmm_page.h"
-#include "zyumm_cmm_sgl.h"
 
 using ::testing::HasSubstr;
 
@@ -37,43 +27,7 @@ std::string failure_of(std::future<void> &waiting)
     return "no failure";
 }
 
-uint64_t queue_length()
-{
-    return __atomic_load_n(&s_retry_req_list.sum, __ATOMIC_RELAXED);
-}
-
 } // namespace
-
-/* A started library with 16 pages, so with two places in the queue. */
-class NodeParts : public NodeProgram
-{
-protected:
-    NodeParts()
-    {
-        zyax_log_set_level(2); /* a dry pool is what these tests are about */
-        library_ = std::make_unique<library_use>(make_config(node_config(16, 8, 4)));
-    }
-
-    /* Another thread that takes one page, by which time all 16 are taken. */
-    std::future<void> wait_for_a_page(page_waiter &waiter, uint32_t timeout)
-    {
-        return std::async(std::launch::async, [&waiter, timeout] { waiter.take(1, timeout); });
-    }
-
-    void wait_until_queued(uint64_t length)
-    {
-        while (queue_length() != length)
-            std::this_thread::yield();
-    }
-
-    page_statistics              statistics_;
-    retry_poller                 poller_{statistics_};
-    page_waiter                  first_{statistics_, poller_};
-    page_waiter                  second_{statistics_, poller_};
-    page_waiter                  third_{statistics_, poller_};
-    page_waiter                  fourth_{statistics_, poller_};
-    std::unique_ptr<library_use> library_;
-};
 
 TEST_F(NodeParts, pages_that_are_there_come_at_once_and_nothing_is_queued)
 {
@@ -81,45 +35,45 @@ TEST_F(NodeParts, pages_that_are_there_come_at_once_and_nothing_is_queued)
         const page_run run = first_.take(16, 30);
         EXPECT_EQ(run.chain()->entrySumInChain, 16);
     }
-    EXPECT_EQ(statistics_.requests, 1u);
-    EXPECT_EQ(statistics_.queued, 0u);
-    EXPECT_EQ(statistics_.peak_pages, 16u);
+    EXPECT_EQ(io_.pages.requests, 1u);
+    EXPECT_EQ(io_.pages.queued, 0u);
+    EXPECT_EQ(io_.pages.peak_pages, 16u);
     EXPECT_TRUE(audit_objects().clean());
 }
 
 TEST_F(NodeParts, who_waits_is_served_when_pages_come_back)
 {
     std::future<void> waiting;
-    poller_.start();
+    io_.poller.start();
     {
         const page_run run = first_.take(16, 30);
         waiting = wait_for_a_page(second_, 30);
         wait_until_queued(1);
     }
     EXPECT_EQ(failure_of(waiting), "no failure");
-    poller_.stop();
+    io_.poller.stop();
 
-    EXPECT_EQ(statistics_.queued, 1u);
-    EXPECT_EQ(statistics_.served, 1u);
-    EXPECT_EQ(statistics_.timed_out, 0u);
-    EXPECT_GE(poller_.runs(), 1u);
+    EXPECT_EQ(io_.pages.queued, 1u);
+    EXPECT_EQ(io_.pages.served, 1u);
+    EXPECT_EQ(io_.pages.timed_out, 0u);
+    EXPECT_GE(io_.poller.runs(), 1u);
     EXPECT_TRUE(audit_objects().clean());
     EXPECT_TRUE(library_->stop());
 }
 
 TEST_F(NodeParts, who_waits_too_long_is_told_so)
 {
-    poller_.start();
+    io_.poller.start();
     {
         const page_run run = first_.take(16, 30);
         std::future<void> waiting = wait_for_a_page(second_, 1);
         EXPECT_EQ(failure_of(waiting), "a request for 1 pages timed out after 1 s");
     }
-    poller_.stop();
+    io_.poller.stop();
 
-    EXPECT_EQ(statistics_.queued, 1u);
-    EXPECT_EQ(statistics_.served, 0u);
-    EXPECT_EQ(statistics_.timed_out, 1u);
+    EXPECT_EQ(io_.pages.queued, 1u);
+    EXPECT_EQ(io_.pages.served, 0u);
+    EXPECT_EQ(io_.pages.timed_out, 1u);
     EXPECT_TRUE(audit_objects().clean());
     EXPECT_TRUE(library_->stop());
 }
@@ -127,7 +81,7 @@ TEST_F(NodeParts, who_waits_too_long_is_told_so)
 TEST_F(NodeParts, who_finds_the_queue_full_is_refused_at_once)
 {
     std::future<void> one, two;
-    poller_.start();
+    io_.poller.start();
     {
         const page_run run = first_.take(16, 30);
         one = wait_for_a_page(second_, 30);
@@ -139,10 +93,10 @@ TEST_F(NodeParts, who_finds_the_queue_full_is_refused_at_once)
     }
     EXPECT_EQ(failure_of(one), "no failure");
     EXPECT_EQ(failure_of(two), "no failure");
-    poller_.stop();
+    io_.poller.stop();
 
-    EXPECT_EQ(statistics_.refused, 1u);
-    EXPECT_EQ(statistics_.served, 2u);
+    EXPECT_EQ(io_.pages.refused, 1u);
+    EXPECT_EQ(io_.pages.served, 2u);
     EXPECT_TRUE(audit_objects().clean());
 }
 

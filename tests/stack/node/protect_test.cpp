@@ -118,7 +118,7 @@ TEST_F(NodeProtect, no_more_threads_than_the_queue_has_places)
 
 TEST_F(NodeProtect, requests_shrink_to_a_pool_of_a_single_page)
 {
-    make_config(node_config(1, 1, 1));
+    make_config(node_config(1, 3, 1)); /* SGLs: the chain and a clone for each writer */
     const std::string content = noise(3 * 8192 + 5);
     const node_result run = node({"--keep", "--threads", "8", make_file("file", content)});
 
