@@ -190,7 +190,7 @@ TEST_F(NodeCache, keeping_finding_and_evicting_at_once_loses_nothing)
                 io_.cache.newest();
             }
         });
-    threads.emplace_back([this] {
+    threads.emplace_back([] {
         for (int round = 0; round < 1000; ++round)
             zyumm_page_evict_timer_hendler();
     });
