@@ -14,9 +14,33 @@
 #pragma once
 
 #include <pthread.h>
+#include <signal.h>
 
 namespace zymm
 {
+
+/*
+ * Keeps this thread's signal handlers out while it holds a lock that an allocation or a free may
+ * need: a handler that allocates would wait for the thread that it interrupted.
+ */
+class signal_guard {
+public:
+    signal_guard()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~signal_guard()
+    {
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    signal_guard(const signal_guard &) = delete;
+    signal_guard &operator=(const signal_guard &) = delete;
+
+private:
+    sigset_t before_;
+};
 
 class scoped_lock {
 public:

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "bounded.h"
+#include "zymm_cache.h"
 #include "zymm_handle.h"
 #include "zymm_private.h"
 #include "zymm_seam.h"
@@ -101,6 +102,9 @@ int zymm_slab_destroy_empty(uint64_t handle, const char *operation)
 
 void *zymm_slab_malloc(uint64_t handle, uint32_t module_id, const char *func, uint32_t line)
 {
+    void *object = cache_take_fast(handle, module_id, func, line);
+    if (__builtin_expect(object != nullptr, 1))
+        return object;
     slab *s = slab_behind(handle, __func__, func);
     return s != nullptr ? slab_alloc(s, module_id, func, line) : nullptr;
 }
@@ -121,5 +125,7 @@ int zymm_slab_free_for(uint64_t handle, void *object, uint32_t module_id, const 
 
 int zymm_slab_free(uint64_t handle, void *object, uint32_t module_id, const char *func)
 {
+    if (__builtin_expect(cache_give_fast(handle, object, module_id, func), 1))
+        return 0;
     return zymm_slab_free_for(handle, object, module_id, func, __func__);
 }

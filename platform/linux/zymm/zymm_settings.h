@@ -11,4 +11,13 @@ namespace zymm
 /* Nanoseconds; saturates. */
 uint64_t leak_age_ns();
 
+/* Objects of this size that a thread may cache. */
+uint64_t cache_objects_for(uint64_t obj_size);
+
+/* Threads that may cache pages; 0 = all. */
+uint32_t page_cache_threads();
+
+/* No slab made from now on caches objects by thread: every object is watched. */
+bool caches_are_off();
+
 } // namespace zymm

@@ -1,0 +1,60 @@
+/*
+ * Call sites: every (module, function, line) that ever allocated or freed has a small number, so
+ * that an object's tag can name who holds it in 20 bits.
+ *
+ *     0        nobody: the object was never handed out
+ *     1        all the call sites for which no number was left
+ *     2 ...    one each, for the life of the process
+ *
+ * The function's text is copied when a site gets its number: a plugin that is unloaded takes its
+ * strings along, not our report.
+ */
+#pragma once
+
+#include <stdint.h>
+
+namespace zymm
+{
+
+enum : uint32_t { SITE_NOBODY = 0, SITE_OTHERS = 1, MOST_SITES = 65536, SITE_BITS = 20 };
+
+/* A call site as its caller names it; `func` is a constant string and may be null. */
+struct call_site {
+    const char *func;
+    uint32_t    module_id;
+    uint32_t    line;
+};
+
+/* The site's number. Takes a lock, and signals must be blocked, only when the site is new. */
+uint32_t site_number(const call_site &site);
+
+/* The site behind a number; the text lives for ever. */
+call_site site_of(uint32_t number);
+
+/*
+ * One thread's memory of the numbers that it used last. A plain table that the thread reads and
+ * writes alone; a signal handler that interrupts an update may store a torn entry, so an entry is
+ * read as a whole and its number is written last and cleared first.
+ */
+struct site_memory {
+    enum : uint32_t { ENTRIES = 64 };
+    struct entry {
+        const char *func;
+        uint64_t    module_line;
+        uint64_t    number; /* 0 = empty */
+    } entries[ENTRIES];
+
+    uint32_t number(const char *func, uint32_t module_id, uint32_t line)
+    {
+        const uint64_t module_line = uint64_t(module_id) << 32 | line;
+        entry *e = &entries[(reinterpret_cast<uintptr_t>(func) / 8 ^ line ^ module_id) % ENTRIES];
+        if (__builtin_expect(e->func == func && e->module_line == module_line && e->number != 0, 1))
+            return uint32_t(e->number);
+        return look_up(e, {func, module_id, line});
+    }
+
+private:
+    static uint32_t look_up(entry *e, const call_site &site);
+};
+
+} // namespace zymm

@@ -1,0 +1,30 @@
+/*
+ * Coarse time: ticks of 2^27 ns (134 ms), enough to tell how long an object has been out.
+ *
+ * Reading a clock at each allocation would cost more than the rest of it. A timer of the layer below
+ * moves the tick on; in a forked child, where no timer runs, every slow path does.
+ */
+#pragma once
+
+#include <atomic>
+#include <stdint.h>
+
+namespace zymm
+{
+
+enum : uint32_t { TICK_SHIFT = 27 };
+
+extern std::atomic<uint32_t> g_tick;
+
+inline uint32_t tick_now()
+{
+    return g_tick.load(std::memory_order_relaxed);
+}
+
+/* Sets the tick by the clock; any thread. Answers the tick. */
+uint32_t tick_refresh();
+
+/* Starts the timer, once a process. */
+void tick_start();
+
+} // namespace zymm
