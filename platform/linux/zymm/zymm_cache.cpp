@@ -12,6 +12,8 @@
  */
 #include "zymm_cache.h"
 
+#include <utility>
+
 #include "zymm_lock.h"
 #include "zymm_node.h"
 #include "zymm_private.h"
@@ -59,7 +61,8 @@ static bool may_open(const slab *s)
 static bool is_plain(const thread_cache *c)
 {
     const slab *s = c->s;
-    return c->nodes == 0 && s->shape.tag_offset != 0 && (s->attr & ZYMM_EXTRA_CLEARED) == 0;
+    return c->nodes == 0 && s->shape.tag_offset != 0 && (s->attr & ZYMM_EXTRA_CLEARED) == 0 &&
+           is_asymmetric();
 }
 
 bool cache_open(thread_cache *c)
@@ -225,7 +228,7 @@ static void *carve_into_cache(thread_cache *c, depot *d, uint32_t node)
     magazine *m = c->loaded;
     signal_guard quiet;
     m->node = node;
-    set_count(m, depot_carve(c->s, d, m->objects, carve_wish(c->s, c->limit)));
+    set_count(m, depot_carve(c->s, d, m->objects, carve_wish(c->s, uint32_t(c->limit))));
     return pop(m);
 }
 
@@ -237,7 +240,7 @@ static void *carve_one(slab *s, depot *d)
     signal_guard quiet;
     const uint32_t count = depot_carve(s, d, objects, carve_wish(s, CARVED_AT_ONCE));
     for (uint32_t at = 0; at + 1 < count; at++)
-        loose_push(place_of(s, objects[at]));
+        loose_push(place_of_own(s, objects[at]));
     return count != 0 ? objects[count - 1] : nullptr;
 }
 
@@ -281,10 +284,15 @@ void *cache_take(thread_cache *c)
 {
     slab *s = c->s;
     follow_node(c);
-    if (cache_count(c) != 0)
-        return pop(c->loaded);
+    void *object = pop(c->loaded);
+    if (object == nullptr) {
+        std::swap(c->loaded, c->previous);
+        object = pop(c->loaded);
+    }
+    if (object != nullptr)
+        return object;
 
-    void *object = take_from(c, c->node);
+    object = take_from(c, c->node);
     if (object == nullptr && grow(s, c->node))
         object = take_from(c, c->node);
     for (uint32_t step = 1; step < s->depots && object == nullptr; step++)
@@ -361,9 +369,7 @@ static magazine *room_for(thread_cache *c, uint32_t node)
     }
     if (has_room(c, c->loaded, node))
         return c->loaded;
-    magazine *full = c->loaded;
-    c->loaded = c->previous;
-    c->previous = full;
+    std::swap(c->loaded, c->previous);
     return has_room(c, c->loaded, node) || replace(c, &c->loaded, node) ? c->loaded : nullptr;
 }
 
@@ -376,7 +382,7 @@ static void remember(thread_cache *c, const piece *p)
 
 void cache_give(thread_cache *c, const object_place &place)
 {
-    c->streak = 0;
+    c->run_start = c->allocs.load(std::memory_order_relaxed);
     remember(c, place.in);
     if (c->limit == 0) {
         loose_push(place);

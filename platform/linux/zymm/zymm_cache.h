@@ -47,23 +47,23 @@ namespace zymm
 struct thread_block;
 
 struct alignas(64) thread_cache {
-    /* The slab's handle while the fast path may serve: the cache is open, the machine has one node,
-     * tags lie behind the objects, objects need no clearing. Otherwise 0. */
+    /* The slab's handle while the fast path may serve: the cache is open, the machine has one node
+     * and the kernel the barrier, tags lie behind the objects, objects need no clearing. Else 0. */
     std::atomic<uint64_t> fast_handle;
     std::atomic<uint32_t> busy;
     std::atomic<uint32_t> frozen;
     magazine             *loaded;
     magazine             *previous;
-    uint32_t              limit;  /* objects a magazine takes; 0 = closed */
-    uint32_t              streak; /* allocations since the last free */
     std::atomic<uint64_t> allocs; /* both counted by the owner alone, outside of handlers */
     std::atomic<uint64_t> frees;
+    uint64_t              run_start; /* allocs at the last free */
+    uint64_t              limit;     /* objects a magazine takes; 0 = closed */
 
     /* What the owner remembers of the piece that it gave an object back to last. */
     char        *memo_base;
     uint64_t     memo_carved; /* objects of it that are known to exist */
     object_shape shape;
-    uint64_t     is_page; /* the objects are pages */
+    bool         prefetches; /* the objects are pages */
 
     slab         *s; /* null while it serves none; under the registry's lock, as all below */
     thread_block *thread;
@@ -88,26 +88,19 @@ struct thread_block {
     uint32_t      number;
 };
 
-/* The calling thread's block; null before its first use, GONE_THREAD after its exit's clean-up. */
+/* The calling thread's block: one of these two, which have no caches, before its first use and
+ * after its exit's clean-up. */
 extern __thread thread_block *t_thread __attribute__((tls_model("initial-exec")));
-extern bool g_asymmetric;
+extern thread_block g_new_thread, g_gone_thread;
 
-inline bool has_block(const thread_block *t)
-{
-    return reinterpret_cast<uintptr_t>(t) > 1;
-}
-
-/* False when the cache is frozen, or busy below this signal handler. */
-inline bool cache_enter(thread_cache *c)
+/* The owner begins; false when the cache is frozen, or busy below this signal handler. Only where
+ * the kernel has the barrier. */
+inline bool cache_enter_fast(thread_cache *c)
 {
     if (c->busy.load(std::memory_order_relaxed) != 0)
         return false;
-    if (__builtin_expect(g_asymmetric, 1)) {
-        c->busy.store(1, std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-    } else {
-        c->busy.exchange(1, std::memory_order_seq_cst);
-    }
+    c->busy.store(1, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     if (__builtin_expect(c->frozen.load(std::memory_order_acquire) == 0, 1))
         return true;
     c->busy.store(0, std::memory_order_release);
@@ -119,40 +112,25 @@ inline void cache_leave(thread_cache *c)
     c->busy.store(0, std::memory_order_release);
 }
 
-inline void count_one(std::atomic<uint64_t> *counter)
+inline uint64_t count_one(std::atomic<uint64_t> *counter)
 {
-    counter->store(counter->load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-}
-
-/* Swaps the magazines if only the other one has objects. */
-inline uint32_t cache_count(thread_cache *c)
-{
-    const uint32_t count = count_of(c->loaded);
-    if (__builtin_expect(count != 0, 1))
-        return count;
-    magazine *empty = c->loaded;
-    c->loaded = c->previous;
-    c->previous = empty;
-    return count_of(c->loaded);
+    const uint64_t count = counter->load(std::memory_order_relaxed) + 1;
+    counter->store(count, std::memory_order_relaxed);
+    return count;
 }
 
 /*
  * A page is 16 sectors of 520 bytes, of which the last 8 are stamped when it goes out, and a record;
- * these are the lines that its first holder writes and waits for. An object of another kind gets
- * its first line and its tag's.
+ * these are the lines that its first holder writes and waits for.
  */
 enum : uint32_t { SECTORS = 16, SECTOR_BYTES = 520, STAMP_AT = 512 };
 
-inline void prefetch_object(const thread_cache *c, void *object)
+inline void prefetch_page(void *page)
 {
-    char *base = static_cast<char *>(object);
-    __builtin_prefetch(base + c->shape.tag_offset, 1);
-    if (c->is_page == 0) {
-        __builtin_prefetch(base, 1);
-        return;
-    }
+    char *base = static_cast<char *>(page);
     for (uint32_t sector = 0; sector < SECTORS; sector++)
         __builtin_prefetch(base + STAMP_AT + sector * SECTOR_BYTES, 1);
+    __builtin_prefetch(base + SECTORS * SECTOR_BYTES, 1);
 }
 
 inline object_tag *tag_behind(const thread_cache *c, void *object)
@@ -160,70 +138,82 @@ inline object_tag *tag_behind(const thread_cache *c, void *object)
     return reinterpret_cast<object_tag *>(static_cast<char *>(object) + c->shape.tag_offset);
 }
 
-/* An object of the thread's open cache; null when the slow path has to find one. */
-inline void *cache_take_fast(uint64_t handle, uint32_t module_id, const char *func, uint32_t line)
+/* The thread's cache that may serve this handle at once; null otherwise. It is entered. */
+inline thread_cache *fast_cache(const thread_block *t, uint64_t handle)
 {
-    thread_block *t = t_thread;
-    if (!has_block(t))
-        return nullptr;
     thread_cache *c = t->caches[handle % HANDLE_SLOTS];
-    if (c == nullptr || c->fast_handle.load(std::memory_order_relaxed) != handle ||
-        !cache_enter(c))
+    const bool serves = c != nullptr && c->fast_handle.load(std::memory_order_relaxed) == handle;
+    return serves && cache_enter_fast(c) ? c : nullptr;
+}
+
+/*
+ * An object of the thread's loaded magazine; null, and nothing changed, when the slow path has to
+ * find one. *next is set when this is one of several that the thread takes in a row: the object that
+ * it will get next, whose lines should be on their way while this one is written.
+ */
+inline void *cache_take_fast(uint64_t handle, uint32_t module_id, const char *func, uint32_t line,
+                             void **next)
+{
+    const thread_block *t = t_thread;
+    thread_cache *c = fast_cache(t, handle);
+    if (c == nullptr)
         return nullptr;
 
-    void *object = nullptr;
-    const uint32_t count = cache_count(c);
-    if (__builtin_expect(count != 0, 1)) {
-        object = c->loaded->objects[count - 1];
-        object_tag *tag = tag_behind(c, object);
-        if (__builtin_expect(!is_free(tag->load(std::memory_order_relaxed)), 0)) {
-            cache_leave(c);
-            return nullptr;
-        }
-        set_count(c->loaded, count - 1);
-        const uint32_t site = t->sites.number(func, module_id, line);
-        tag->store(tag_out(site, tick_now()), std::memory_order_relaxed);
-        guard_open(object, c->s->obj_size);
-        count_one(&c->allocs);
-        /* Whoever takes several in a row will want the next one: its lines are on their way while
-         * this one is written. */
-        if (c->streak++ != 0 && count > 1)
-            prefetch_object(c, c->loaded->objects[count - 2]);
+    const site_memory::entry *site = t->sites.recall(func, module_id, line);
+    magazine *m = c->loaded;
+    const uint32_t count = count_of(m);
+    if (__builtin_expect(site == nullptr || count == 0, 0)) {
+        cache_leave(c);
+        return nullptr;
     }
+    void *object = m->objects[count - 1];
+    object_tag *tag = tag_behind(c, object);
+    if (__builtin_expect(!is_free(tag->load(std::memory_order_relaxed)), 0)) {
+        cache_leave(c);
+        return nullptr;
+    }
+    set_count(m, count - 1);
+    tag->store(tag_out(site->number, tick_now()), std::memory_order_relaxed);
+    guard_open(object, c->s->obj_size);
+    const uint64_t allocs = count_one(&c->allocs);
+    if (allocs > c->run_start + 1 && c->prefetches && count > 1)
+        *next = m->objects[count - 2];
     cache_leave(c);
     return object;
 }
 
-/* True when the object went into the thread's open cache; otherwise nothing was changed. */
+/* True when the object went into the thread's loaded magazine; otherwise nothing was changed. */
 inline bool cache_give_fast(uint64_t handle, void *object, uint32_t module_id, const char *func)
 {
-    thread_block *t = t_thread;
-    if (!has_block(t))
-        return false;
-    thread_cache *c = t->caches[handle % HANDLE_SLOTS];
-    if (c == nullptr || c->fast_handle.load(std::memory_order_relaxed) != handle ||
-        !cache_enter(c))
+    const thread_block *t = t_thread;
+    thread_cache *c = fast_cache(t, handle);
+    if (c == nullptr)
         return false;
 
-    bool done = false;
+    const site_memory::entry *site = t->sites.recall(func, module_id, 0);
+    magazine *m = c->loaded;
+    const uint64_t count = count_of(m);
     const uint64_t offset = reinterpret_cast<uintptr_t>(object) -
                             reinterpret_cast<uintptr_t>(c->memo_base);
-    const uint32_t count = count_of(c->loaded);
-    if (__builtin_expect(c->shape.index(offset) < c->memo_carved && count < c->limit, 1)) {
-        object_tag *tag = tag_behind(c, object);
-        const uint64_t out = tag->load(std::memory_order_relaxed);
-        if (__builtin_expect(is_out(out), 1)) {
-            const uint32_t site = t->sites.number(func, module_id, 0);
-            tag->store(tag_free(out, site), std::memory_order_relaxed);
-            c->loaded->objects[count] = object;
-            set_count(c->loaded, count + 1);
-            count_one(&c->frees);
-            c->streak = 0;
-            done = true;
-        }
+    if (__builtin_expect(site == nullptr || count >= c->limit ||
+                             c->shape.index(offset) >= c->memo_carved, 0)) {
+        cache_leave(c);
+        return false;
     }
+    object_tag *tag = tag_behind(c, object);
+    const uint64_t out = tag->load(std::memory_order_relaxed);
+    if (__builtin_expect(!is_out(out), 0)) {
+        cache_leave(c);
+        return false;
+    }
+    tag->store(tag_free(out, site->number), std::memory_order_relaxed);
+    guard_close(object, c->shape.stride);
+    m->objects[count] = object;
+    set_count(m, uint32_t(count) + 1);
+    count_one(&c->frees);
+    c->run_start = c->allocs.load(std::memory_order_relaxed);
     cache_leave(c);
-    return done;
+    return true;
 }
 
 /* ------------------------------------------------------------------ slow paths */
@@ -232,8 +222,14 @@ inline bool cache_give_fast(uint64_t handle, void *object, uint32_t module_id, c
  * memory for it, or the thread's clean-up has run. */
 thread_cache *cache_of(slab *s);
 
-/* Waits until whoever froze the cache is through. */
-void cache_wait(void);
+/* The owner begins, waiting for whoever froze the cache. Not in a handler that found it busy. */
+void cache_enter(thread_cache *c);
+
+/* The number of the call site, which the thread remembers from now on. */
+uint32_t site_for(const call_site &site);
+
+/* Whether the kernel has the barrier. */
+bool is_asymmetric();
 
 /* A free object out of the cache or the depots, null when there is none but in other threads'
  * caches. Within cache_enter, or with all other threads stopped. */

@@ -156,7 +156,7 @@ void magazine_spill(slab *s, magazine *m)
 {
     const uint32_t count = count_of(m);
     for (uint32_t at = 0; at < count; at++)
-        loose_push(place_of(s, m->objects[at]));
+        loose_push(place_of_own(s, m->objects[at]));
     set_count(m, 0);
 }
 

@@ -110,7 +110,7 @@ static void report_taken_twice(const slab *s, const void *object, uint64_t tag)
 /* False when the object is somebody's: two threads freed it at once. It is his alone from now on. */
 static bool stamp(slab *s, void *object, uint32_t site)
 {
-    object_tag *tag = place_of(s, object).tag();
+    object_tag *tag = place_of_own(s, object).tag();
     const uint64_t before = tag->load(std::memory_order_relaxed);
     if (is_out(before)) {
         report_taken_twice(s, object, before);
@@ -124,7 +124,7 @@ static bool stamp(slab *s, void *object, uint32_t site)
 
 static void count_alloc(slab *s, thread_cache *c, const void *object)
 {
-    const uint32_t node = s->depots == 1 ? 0 : place_of(s, object).in->node;
+    const uint32_t node = s->depots == 1 ? 0 : place_of_own(s, object).in->node;
     if (c == nullptr) {
         s->gone_allocs.fetch_add(1, std::memory_order_relaxed);
         s->gone_out[node].fetch_add(1, std::memory_order_relaxed);
@@ -163,15 +163,9 @@ static void *take_without_cache(slab *s, uint32_t site)
     return object;
 }
 
-static void enter(thread_cache *c)
-{
-    while (!cache_enter(c))
-        cache_wait();
-}
-
 static void *take_with_cache(slab *s, thread_cache *c, uint32_t site)
 {
-    enter(c);
+    cache_enter(c);
     void *object = nullptr;
     do {
         object = cache_take(c);
@@ -197,8 +191,8 @@ void *slab_alloc(slab *s, uint32_t module_id, const char *func, uint32_t line)
 {
     if (s->is_lost)
         return nullptr;
-    const uint32_t site = site_number({func, module_id, line});
     thread_cache *c = cache_of(s);
+    const uint32_t site = site_for({func, module_id, line});
     void *object = nullptr;
     if (c == nullptr) {
         object = take_without_cache(s, site);
@@ -249,7 +243,7 @@ static void count_free(slab *s, thread_cache *c, uint32_t node)
 static free_verdict give_with_cache(slab *s, thread_cache *c, const object_place &place,
                                     uint32_t site, uint64_t *before)
 {
-    enter(c);
+    cache_enter(c);
     const free_verdict verdict = mark_free(s, place, site, before);
     if (verdict == FREE_DONE || verdict == FREE_DONE_OVERRUN) {
         guard_close(place.object(), s->shape.stride);
@@ -313,7 +307,7 @@ int slab_free(slab *s, void *object, uint32_t module_id, const char *func, const
     free_verdict verdict = FREE_NO_OBJECT;
     const object_place place = s->is_lost ? object_place{nullptr, 0} : place_of(s, object);
     if (place.in != nullptr)
-        verdict = give_back(s, place, site_number(who), &before);
+        verdict = give_back(s, place, site_for(who), &before);
     if (verdict == FREE_DONE)
         return 0;
 

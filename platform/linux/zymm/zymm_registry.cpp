@@ -35,8 +35,9 @@
 namespace zymm
 {
 
-__thread thread_block *t_thread __attribute__((tls_model("initial-exec")));
-bool g_asymmetric;
+thread_block g_new_thread, g_gone_thread; /* never written: unbacked zero pages */
+__thread thread_block *t_thread __attribute__((tls_model("initial-exec"))) = &g_new_thread;
+static bool s_asymmetric;
 
 static pthread_mutex_t s_registry_lock = PTHREAD_MUTEX_INITIALIZER;
 static thread_block   *s_threads;      /* those alive */
@@ -56,14 +57,32 @@ registry_guard::~registry_guard()
     pthread_mutex_unlock(&s_registry_lock);
 }
 
-void cache_wait(void)
+bool is_asymmetric()
 {
-    registry_guard until_free;
+    return s_asymmetric;
 }
 
-static thread_block *gone_thread()
+static bool enter_with_exchange(thread_cache *c)
 {
-    return reinterpret_cast<thread_block *>(uintptr_t(1));
+    c->busy.exchange(1, std::memory_order_seq_cst);
+    if (c->frozen.load(std::memory_order_acquire) == 0)
+        return true;
+    c->busy.store(0, std::memory_order_release);
+    return false;
+}
+
+void cache_enter(thread_cache *c)
+{
+    while (!(s_asymmetric ? cache_enter_fast(c) : enter_with_exchange(c)))
+        registry_guard until_it_is_resumed;
+}
+
+uint32_t site_for(const call_site &site)
+{
+    const uint32_t number = site_number(site);
+    if (t_thread != &g_new_thread && t_thread != &g_gone_thread)
+        t_thread->sites.remember(site, number);
+    return number;
 }
 
 /* ------------------------------------------------------------------ stopping owners */
@@ -75,7 +94,7 @@ static bool use_membarrier()
 
 static void pass_barrier()
 {
-    if (g_asymmetric)
+    if (s_asymmetric)
         syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0);
 }
 
@@ -191,13 +210,13 @@ static void serve(thread_cache *c, slab *s)
         c->out[node].store(0, std::memory_order_relaxed);
     }
     c->limit = 0;
-    c->streak = 0;
+    c->run_start = 0;
     c->balance = 0;
     c->allocs.store(0, std::memory_order_relaxed);
     c->frees.store(0, std::memory_order_relaxed);
     c->memo_carved = 0;
     c->shape = s->shape;
-    c->is_page = s->obj_size == PAGE_OBJECT_BYTES ? 1 : 0;
+    c->prefetches = s->obj_size == PAGE_OBJECT_BYTES;
     c->node = node_here();
     c->shard = c->thread->number % MOST_SHARDS;
     link_to_slab(c, s);
@@ -233,7 +252,7 @@ static void give_up_block(thread_block *t)
 static void on_thread_exit(void *block)
 {
     registry_guard held;
-    t_thread = gone_thread();
+    t_thread = &g_gone_thread;
     give_up_block(static_cast<thread_block *>(block));
 }
 
@@ -253,6 +272,7 @@ static thread_block *make_block()
         return nullptr;
     }
     t->number = s_thread_numbers++;
+    t->sites.clear();
     link_block(t);
     return t;
 }
@@ -260,11 +280,13 @@ static thread_block *make_block()
 static thread_cache *make_cache(slab *s)
 {
     registry_guard held;
-    if (t_thread == nullptr)
-        t_thread = make_block();
+    if (t_thread == &g_new_thread) {
+        thread_block *made = make_block();
+        if (made == nullptr)
+            return nullptr;
+        t_thread = made;
+    }
     thread_block *t = t_thread;
-    if (t == nullptr)
-        return nullptr;
     thread_cache **place = &t->caches[s->handle % HANDLE_SLOTS];
     if (*place == nullptr)
         *place = make_record(t);
@@ -279,9 +301,9 @@ static thread_cache *make_cache(slab *s)
 thread_cache *cache_of(slab *s)
 {
     const thread_block *t = t_thread;
-    if (t == gone_thread())
+    if (t == &g_gone_thread)
         return nullptr;
-    thread_cache *c = t != nullptr ? t->caches[s->handle % HANDLE_SLOTS] : nullptr;
+    thread_cache *c = t->caches[s->handle % HANDLE_SLOTS];
     return c != nullptr && c->s == s ? c : make_cache(s);
 }
 
@@ -324,7 +346,7 @@ static void after_fork()
 /* Slabs whose memory stayed with the parent have nothing to give, take or look at. */
 static void after_fork_in_child()
 {
-    g_asymmetric = use_membarrier();
+    s_asymmetric = use_membarrier();
     slabs_lose_unforked();
     thread_block *next = nullptr;
     for (thread_block *t = s_threads; t != nullptr; t = next) {
@@ -337,7 +359,7 @@ static void after_fork_in_child()
 
 static void prepare()
 {
-    g_asymmetric = use_membarrier();
+    s_asymmetric = use_membarrier();
     pthread_key_create(&s_exit_key, on_thread_exit);
     pthread_atfork(before_fork, after_fork, after_fork_in_child);
     tick_start();

@@ -97,16 +97,21 @@ call_site site_of(uint32_t number)
     return {record->has_text ? record->text : nullptr, record->module_id, record->line};
 }
 
-uint32_t site_memory::look_up(entry *e, const call_site &site)
+void site_memory::clear()
 {
-    const uint32_t number = site_number(site);
-    e->number = 0;
-    __atomic_signal_fence(__ATOMIC_SEQ_CST);
+    for (entry &e : entries)
+        e.module_line = UNUSED;
+}
+
+void site_memory::remember(const call_site &site, uint32_t number)
+{
+    entry *e = &entries[(reinterpret_cast<uintptr_t>(site.func) / 8 ^ site.line) % ENTRIES];
+    e->module_line = UNUSED;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     e->func = site.func;
-    e->module_line = uint64_t(site.module_id) << 32 | site.line;
-    __atomic_signal_fence(__ATOMIC_SEQ_CST);
     e->number = number;
-    return number;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    e->module_line = uint64_t(site.module_id) << 32 | site.line;
 }
 
 } // namespace zymm

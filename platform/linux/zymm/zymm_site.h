@@ -32,29 +32,30 @@ uint32_t site_number(const call_site &site);
 call_site site_of(uint32_t number);
 
 /*
- * One thread's memory of the numbers that it used last. A plain table that the thread reads and
- * writes alone; a signal handler that interrupts an update may store a torn entry, so an entry is
- * read as a whole and its number is written last and cleared first.
+ * One thread's memory of the numbers that it used last: a plain table that the thread reads and
+ * writes alone. A signal handler may interrupt an update, so an entry is made unrecognisable before
+ * and recognisable only after it was filled.
  */
 struct site_memory {
     enum : uint32_t { ENTRIES = 64 };
-    struct entry {
+    enum : uint64_t { UNUSED = ~uint64_t(0) }; /* as module and line: no caller has these two */
+    struct alignas(32) entry {
         const char *func;
         uint64_t    module_line;
-        uint64_t    number; /* 0 = empty */
+        uint64_t    number;
     } entries[ENTRIES];
 
-    uint32_t number(const char *func, uint32_t module_id, uint32_t line)
+    void clear();
+
+    /* The entry of the site; null when it is not remembered. */
+    const entry *recall(const char *func, uint32_t module_id, uint32_t line) const
     {
         const uint64_t module_line = uint64_t(module_id) << 32 | line;
-        entry *e = &entries[(reinterpret_cast<uintptr_t>(func) / 8 ^ line ^ module_id) % ENTRIES];
-        if (__builtin_expect(e->func == func && e->module_line == module_line && e->number != 0, 1))
-            return uint32_t(e->number);
-        return look_up(e, {func, module_id, line});
+        const entry *e = &entries[(reinterpret_cast<uintptr_t>(func) / 8 ^ line) % ENTRIES];
+        return e->func == func && e->module_line == module_line ? e : nullptr;
     }
 
-private:
-    static uint32_t look_up(entry *e, const call_site &site);
+    void remember(const call_site &site, uint32_t number);
 };
 
 } // namespace zymm

@@ -164,6 +164,15 @@ struct object_place {
 /* The carved object of the slab that begins at this address. Takes no lock. */
 object_place place_of(const slab *s, const void *object);
 
+/* The same for an object that is the slab's for sure. */
+inline object_place place_of_own(const slab *s, const void *object)
+{
+    const object_place place = place_of(s, object);
+    if (place.in == nullptr)
+        __builtin_unreachable();
+    return place;
+}
+
 object_shape shape_of(uint64_t obj_size, uint64_t align, bool one_block);
 
 /* Bytes from one object to the next; 0 when size or alignment cannot be served. */

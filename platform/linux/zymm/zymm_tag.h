@@ -30,14 +30,14 @@ static_assert(sizeof(object_tag) == 8);
 
 enum : uint64_t { OUT_MARK = 0x5A7, MARK_MASK = 0xFFF };
 
-constexpr uint64_t tag_out(uint32_t site, uint32_t tick)
+constexpr uint64_t tag_out(uint64_t site, uint32_t tick)
 {
-    return uint64_t(tick) << 32 | uint64_t(site) << 12 | OUT_MARK;
+    return uint64_t(tick) << 32 | site << 12 | OUT_MARK;
 }
 
-constexpr uint64_t tag_free(uint64_t out, uint32_t freer)
+constexpr uint64_t tag_free(uint64_t out, uint64_t freer)
 {
-    return uint64_t(freer) << 44 | (out & 0xFFFFF000u);
+    return freer << 44 | (out & 0xFFFFF000u);
 }
 
 constexpr bool is_out(uint64_t tag)
