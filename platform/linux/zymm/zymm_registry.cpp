@@ -209,6 +209,7 @@ static void serve(thread_cache *c, slab *s)
         c->remote[node] = &g_no_magazine;
         c->out[node].store(0, std::memory_order_relaxed);
     }
+    c->frozen.store(0, std::memory_order_relaxed); /* the last owner may have gone with a fork */
     c->limit = 0;
     c->run_start = 0;
     c->balance = 0;
@@ -331,12 +332,17 @@ static void before_fork()
     }
 }
 
-static void after_fork()
+static void resume_all()
 {
     for (thread_block *t = s_threads; t != nullptr; t = t->next) {
         for (thread_cache *c = t->first; c != nullptr; c = c->next_of_thread)
             c->frozen.store(0, std::memory_order_release);
     }
+}
+
+static void after_fork()
+{
+    resume_all();
     const sigset_t before = s_signals_before_fork;
     pthread_mutex_unlock(&s_registry_lock);
     gate_open();
@@ -346,6 +352,7 @@ static void after_fork()
 /* Slabs whose memory stayed with the parent have nothing to give, take or look at. */
 static void after_fork_in_child()
 {
+    gate_reset();
     s_asymmetric = use_membarrier();
     slabs_lose_unforked();
     thread_block *next = nullptr;
@@ -354,7 +361,9 @@ static void after_fork_in_child()
         if (t != t_thread)
             give_up_block(t);
     }
-    after_fork();
+    resume_all();
+    pthread_mutex_unlock(&s_registry_lock);
+    pthread_sigmask(SIG_SETMASK, &s_signals_before_fork, nullptr);
 }
 
 static void prepare()

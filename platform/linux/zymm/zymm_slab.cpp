@@ -119,6 +119,12 @@ void gate_open()
     pthread_rwlock_unlock(&s_gate);
 }
 
+/* The lock knows its writer by the thread's number, which is another one in the child. */
+void gate_reset()
+{
+    s_gate = PTHREAD_RWLOCK_INITIALIZER;
+}
+
 void slabs_lose_unforked()
 {
     for (slab *s = s_all_slabs; s != nullptr; s = s->next_slab)

@@ -229,6 +229,7 @@ public:
 
 void gate_close();
 void gate_open();
+void gate_reset(); /* in a forked child, which holds it and has no other thread */
 
 /* In a forked child: slabs whose memory stayed with the parent. */
 void slabs_lose_unforked();
