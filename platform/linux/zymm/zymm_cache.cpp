@@ -58,11 +58,24 @@ static bool may_open(const slab *s)
     return most == 0 || uint32_t(s->open.load(std::memory_order_relaxed)) < most;
 }
 
+static uint32_t node_of(const thread_cache *c)
+{
+    return c->node.load(std::memory_order_relaxed);
+}
+
+/* Made-up nodes may change with every call, so every call has to look. */
 static bool is_plain(const thread_cache *c)
 {
     const slab *s = c->s;
-    return c->nodes == 0 && s->shape.tag_offset != 0 && (s->attr & ZYMM_EXTRA_CLEARED) == 0 &&
-           is_asymmetric();
+    return !nodes_are_made_up() && s->shape.tag_offset != 0 &&
+           (s->attr & ZYMM_EXTRA_CLEARED) == 0 && is_asymmetric();
+}
+
+/* After whatever may have changed it: whether the fast path may serve. */
+static void set_fast_handle(thread_cache *c)
+{
+    const bool serves = c->limit != 0 && c->loaded->node == node_of(c) && is_plain(c);
+    c->fast_handle.store(serves ? c->s->handle : 0, std::memory_order_relaxed);
 }
 
 bool cache_open(thread_cache *c)
@@ -79,14 +92,13 @@ bool cache_open(thread_cache *c)
             magazine_put(loaded);
         return false;
     }
-    loaded->node = c->node;
-    previous->node = c->node;
+    loaded->node = node_of(c);
+    previous->node = node_of(c);
     c->loaded = loaded;
     c->previous = previous;
     s->open.fetch_add(ONE_EPOCH + ONE_OPEN, std::memory_order_seq_cst);
     c->limit = s->cache_limit;
-    if (is_plain(c))
-        c->fast_handle.store(s->handle, std::memory_order_relaxed);
+    set_fast_handle(c);
     return true;
 }
 
@@ -165,11 +177,14 @@ static void follow_node(thread_cache *c)
     if (c->nodes == 0)
         return;
     const uint32_t here = node_here();
-    if (here == c->node)
+    if (here == node_of(c))
         return;
     surrender(c, &c->loaded);
     surrender(c, &c->previous);
-    c->node = here;
+    std::atomic<int64_t> *out = &c->out[node_of(c)];
+    out->store(cache_out(c, node_of(c)), std::memory_order_relaxed);
+    c->memo_carved = 0;
+    c->node.store(here, std::memory_order_relaxed);
 }
 
 static magazine *take_full(depot *d, uint32_t first_shard)
@@ -280,10 +295,11 @@ static bool grow(slab *s, uint32_t node)
     return slab_grow(s, node);
 }
 
-void *cache_take(thread_cache *c)
+static void *take(thread_cache *c)
 {
     slab *s = c->s;
     follow_node(c);
+    const uint32_t home = node_of(c);
     void *object = pop(c->loaded);
     if (object == nullptr) {
         std::swap(c->loaded, c->previous);
@@ -292,13 +308,20 @@ void *cache_take(thread_cache *c)
     if (object != nullptr)
         return object;
 
-    object = take_from(c, c->node);
-    if (object == nullptr && grow(s, c->node))
-        object = take_from(c, c->node);
+    object = take_from(c, home);
+    if (object == nullptr && grow(s, home))
+        object = take_from(c, home);
     for (uint32_t step = 1; step < s->depots && object == nullptr; step++)
-        object = take_from(c, (c->node + step) % s->depots);
+        object = take_from(c, (home + step) % s->depots);
     if (object != nullptr && c->limit == 0 && c->balance != 0)
         c->balance--;
+    return object;
+}
+
+void *cache_take(thread_cache *c)
+{
+    void *object = take(c);
+    set_fast_handle(c);
     return object;
 }
 
@@ -363,7 +386,7 @@ static bool replace(thread_cache *c, magazine **place, uint32_t node)
 /* The magazine that the object belongs into; null when no memory is left for one. */
 static magazine *room_for(thread_cache *c, uint32_t node)
 {
-    if (node != c->node) {
+    if (node != node_of(c)) {
         magazine **remote = &c->remote[node];
         return has_room(c, *remote, node) || replace(c, remote, node) ? *remote : nullptr;
     }
@@ -376,14 +399,14 @@ static magazine *room_for(thread_cache *c, uint32_t node)
 /* The fast path may now give objects of this piece back. */
 static void remember(thread_cache *c, const piece *p)
 {
+    if (p->node != node_of(c))
+        return;
     c->memo_base = p->base;
     c->memo_carved = p->carved.load(std::memory_order_acquire);
 }
 
-void cache_give(thread_cache *c, const object_place &place)
+static void give(thread_cache *c, const object_place &place)
 {
-    c->run_start = c->allocs.load(std::memory_order_relaxed);
-    remember(c, place.in);
     if (c->limit == 0) {
         loose_push(place);
         if (c->s->cache_limit != 0 && ++c->balance >= c->s->cache_limit)
@@ -398,6 +421,36 @@ void cache_give(thread_cache *c, const object_place &place)
     const uint32_t count = count_of(m);
     m->objects[count] = place.object();
     set_count(m, count + 1);
+}
+
+void cache_give(thread_cache *c, const object_place &place)
+{
+    c->run_start = c->allocs.load(std::memory_order_relaxed);
+    remember(c, place.in);
+    give(c, place);
+    set_fast_handle(c);
+}
+
+/* ------------------------------------------------------------------ counts */
+
+void cache_count(thread_cache *c, uint32_t node, int64_t change)
+{
+    count_one(change > 0 ? &c->allocs : &c->frees);
+    if (c->nodes != 0)
+        c->out[node].store(c->out[node].load(std::memory_order_relaxed) + change,
+                           std::memory_order_relaxed);
+}
+
+int64_t cache_out(const thread_cache *c, uint32_t node)
+{
+    const int64_t counted = c->out[node].load(std::memory_order_relaxed);
+    if (node != node_of(c))
+        return counted;
+    int64_t fast = int64_t(c->allocs.load(std::memory_order_relaxed) -
+                           c->frees.load(std::memory_order_relaxed));
+    for (uint32_t at = 0; at < c->nodes; at++)
+        fast -= c->out[at].load(std::memory_order_relaxed);
+    return counted + fast;
 }
 
 } // namespace zymm

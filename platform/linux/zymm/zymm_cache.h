@@ -47,8 +47,9 @@ namespace zymm
 struct thread_block;
 
 struct alignas(64) thread_cache {
-    /* The slab's handle while the fast path may serve: the cache is open, the machine has one node
-     * and the kernel the barrier, tags lie behind the objects, objects need no clearing. Else 0. */
+    /* The slab's handle while the fast path may serve: the cache is open, the kernel has the
+     * barrier, tags lie behind the objects, objects need no clearing, and the loaded magazine is of
+     * the node that the thread was last seen on. Else 0. */
     std::atomic<uint64_t> fast_handle;
     std::atomic<uint32_t> busy;
     std::atomic<uint32_t> frozen;
@@ -59,7 +60,7 @@ struct alignas(64) thread_cache {
     uint64_t              run_start; /* allocs at the last free */
     uint64_t              limit;     /* objects a magazine takes; 0 = closed */
 
-    /* What the owner remembers of the piece that it gave an object back to last. */
+    /* What the owner remembers of the last piece of its own node that it gave an object back to. */
     char        *memo_base;
     uint64_t     memo_carved; /* objects of it that are known to exist */
     object_shape shape;
@@ -69,11 +70,12 @@ struct alignas(64) thread_cache {
     thread_block *thread;
     thread_cache *next_of_slab, *prev_of_slab;
     thread_cache *next_of_thread;
-    uint32_t      node;    /* that the thread ran on when it last looked */
+    std::atomic<uint32_t> node; /* that the thread ran on when it last looked; the owner's */
     uint32_t      shard;   /* of each depot, that it asks first */
     uint32_t      balance; /* frees beyond allocations since it was closed */
     uint32_t      nodes;   /* entries of each of the two arrays; 0 on a machine with one node */
-    std::atomic<int64_t> *out; /* by node: allocations less frees; the owner's alone */
+    std::atomic<int64_t> *out; /* by node: allocations less frees but for those of the fast path
+                                * since the thread came to `node`, which are that node's */
     magazine    **remote; /* by node: objects of other nodes on their way home */
 };
 
@@ -246,6 +248,12 @@ void *depot_take_one(slab *s);
  * is stopped, gone, or the caller. */
 void cache_surrender(thread_cache *c);
 void cache_spill(thread_cache *c);
+
+/* Counts an allocation (+1) or a free (-1) beyond the fast path. Only the owner, when busy. */
+void cache_count(thread_cache *c, uint32_t node, int64_t change);
+
+/* Allocations less frees of a node's objects by the cache's thread. */
+int64_t cache_out(const thread_cache *c, uint32_t node);
 
 /* Objects in the cache; its owner is stopped. */
 uint64_t cache_objects(const thread_cache *c);

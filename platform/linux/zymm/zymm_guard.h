@@ -9,7 +9,8 @@
  * In every other build there is no guard and nothing here costs anything.
  *
  * The layer itself never writes into an object that is free: what the last holder left in it stays
- * readable for those accessors of the library above that look at freed page records.
+ * readable for those accessors of the library above that look at freed page records. In the checking
+ * build that holds for the records alone: all else is filled while it waits (zymm_quarantine.h).
  */
 #pragma once
 

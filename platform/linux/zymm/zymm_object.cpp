@@ -10,6 +10,9 @@
  *     found less than a magazine    it becomes loose and all caches are closed: the slab is scarce,
  *                                   and threads that turn over the last objects disturb nobody
  *     found more                    it goes into the depot as it is, and the caches stay open
+ *
+ * In the checking build no thread has a cache, and what comes back waits in the slab's quarantine;
+ * it counts as hidden and is made loose in the same place.
  */
 #include <string.h>
 
@@ -52,6 +55,8 @@ static bool is_surely_dry(slab *s)
     uint64_t second = 0;
     if (uint32_t(open) != 0 || !sum_of_empty_depots(s, &first))
         return false;
+    if (s->waiting.count.load(std::memory_order_acquire) != 0)
+        return false;
     return sum_of_empty_depots(s, &second) && first == second &&
            s->open.load(std::memory_order_acquire) == open;
 }
@@ -78,22 +83,16 @@ static void empty_all_caches(slab *s)
     }
 }
 
-/* `own` is null for a thread without a cache. Under the registry's lock. */
+/* `own` is null for a thread without a cache. Under the registry's lock, which is held until the
+ * object is stamped and counted: whoever stops the threads finds each object out or in its place. */
 static void *take_with_all_stopped(slab *s, thread_cache *own)
 {
     caches_stop(s, own);
     empty_all_caches(s);
+    quarantine_empty(s);
     void *object = own != nullptr ? cache_take(own) : depot_take_one(s);
     caches_resume(s);
     return object;
-}
-
-static void *take_when_dry(slab *s, thread_cache *own)
-{
-    if (is_surely_dry(s))
-        return nullptr;
-    registry_guard held;
-    return take_with_all_stopped(s, own);
 }
 
 /* ------------------------------------------------------------------ out */
@@ -130,10 +129,7 @@ static void count_alloc(slab *s, thread_cache *c, const void *object)
         s->gone_out[node].fetch_add(1, std::memory_order_relaxed);
         return;
     }
-    count_one(&c->allocs);
-    if (c->nodes != 0)
-        c->out[node].store(c->out[node].load(std::memory_order_relaxed) + 1,
-                           std::memory_order_relaxed);
+    cache_count(c, node, 1);
 }
 
 /* A signal handler in a thread that is busy with this very cache: the depots alone serve. What only
@@ -143,6 +139,10 @@ static void *take_in_handler(slab *s, uint32_t site)
     void *object = nullptr;
     do {
         object = depot_take_one(s);
+        if (object == nullptr && s->waiting.count.load(std::memory_order_acquire) != 0) {
+            quarantine_empty(s);
+            object = depot_take_one(s);
+        }
     } while (object != nullptr && !stamp(s, object, site));
     if (object != nullptr)
         count_alloc(s, nullptr, object);
@@ -178,9 +178,12 @@ static void *take_with_cache(slab *s, thread_cache *c, uint32_t site)
 
 static void *take_last(slab *s, thread_cache *c, uint32_t site)
 {
+    if (is_surely_dry(s))
+        return nullptr;
+    registry_guard held;
     void *object = nullptr;
     do {
-        object = take_when_dry(s, c);
+        object = take_with_all_stopped(s, c);
     } while (object != nullptr && !stamp(s, object, site));
     if (object != nullptr)
         count_alloc(s, nullptr, object);
@@ -234,10 +237,7 @@ static void count_free(slab *s, thread_cache *c, uint32_t node)
         s->gone_out[node].fetch_sub(1, std::memory_order_relaxed);
         return;
     }
-    count_one(&c->frees);
-    if (c->nodes != 0)
-        c->out[node].store(c->out[node].load(std::memory_order_relaxed) - 1,
-                           std::memory_order_relaxed);
+    cache_count(c, node, -1);
 }
 
 static free_verdict give_with_cache(slab *s, thread_cache *c, const object_place &place,
@@ -247,7 +247,10 @@ static free_verdict give_with_cache(slab *s, thread_cache *c, const object_place
     const free_verdict verdict = mark_free(s, place, site, before);
     if (verdict == FREE_DONE || verdict == FREE_DONE_OVERRUN) {
         guard_close(place.object(), s->shape.stride);
-        cache_give(c, place);
+        if constexpr (GUARD_CHECKS_EACH_OBJECT)
+            quarantine_put(s, place);
+        else
+            cache_give(c, place);
         count_free(s, c, place.in->node);
     }
     cache_leave(c);
@@ -260,7 +263,10 @@ static free_verdict give_to_depot(slab *s, const object_place &place, uint32_t s
     const free_verdict verdict = mark_free(s, place, site, before);
     if (verdict == FREE_DONE || verdict == FREE_DONE_OVERRUN) {
         guard_close(place.object(), s->shape.stride);
-        loose_push(place);
+        if constexpr (GUARD_CHECKS_EACH_OBJECT)
+            quarantine_put(s, place);
+        else
+            loose_push(place);
         count_free(s, nullptr, place.in->node);
     }
     return verdict;

@@ -163,8 +163,7 @@ static void settle_counts(thread_cache *c)
     s->gone_allocs.fetch_add(c->allocs.load(std::memory_order_relaxed), std::memory_order_relaxed);
     s->gone_frees.fetch_add(c->frees.load(std::memory_order_relaxed), std::memory_order_relaxed);
     for (uint32_t node = 0; node < c->nodes; node++)
-        s->gone_out[node].fetch_add(c->out[node].load(std::memory_order_relaxed),
-                                    std::memory_order_relaxed);
+        s->gone_out[node].fetch_add(cache_out(c, node), std::memory_order_relaxed);
 }
 
 /* The cache's owner is gone, or its slab is about to. */
@@ -218,7 +217,7 @@ static void serve(thread_cache *c, slab *s)
     c->memo_carved = 0;
     c->shape = s->shape;
     c->prefetches = s->obj_size == PAGE_OBJECT_BYTES;
-    c->node = node_here();
+    c->node.store(node_here(), std::memory_order_relaxed);
     c->shard = c->thread->number % MOST_SHARDS;
     link_to_slab(c, s);
 }
@@ -442,7 +441,7 @@ uint64_t slab_used_on(slab *s, uint32_t node)
     registry_guard held;
     int64_t out = s->gone_out[node].load(std::memory_order_relaxed);
     for (const thread_cache *c = s->caches; c != nullptr; c = c->next_of_slab)
-        out += c->out[node].load(std::memory_order_relaxed);
+        out += cache_out(c, node);
     return out > 0 ? uint64_t(out) : 0;
 }
 

@@ -69,6 +69,8 @@ static void reset_counts(slab *s)
     s->gone_frees.store(0, std::memory_order_relaxed);
     for (std::atomic<int64_t> &out : s->gone_out)
         out.store(0, std::memory_order_relaxed);
+    s->waiting.count.store(0, std::memory_order_relaxed);
+    s->waiting.oldest = 0;
 }
 
 static void fill_slab(slab *s, const slab_spec *spec)
@@ -167,6 +169,8 @@ static void dissolve(slab *s)
         make_unknown(s);
     const gate_guard no_fork;
     caches_dissolve(s);
+    if (!s->is_lost)
+        quarantine_empty(s); /* which looks at each object for the last time */
     s->handle = 0;
     unlist_slab(s);
     if (s->enclosing != nullptr)

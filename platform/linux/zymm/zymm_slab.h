@@ -29,6 +29,7 @@
 #include "zymm_guard.h"
 #include "zymm_magazine.h"
 #include "zymm_node.h"
+#include "zymm_quarantine.h"
 #include "zymm_tag.h"
 
 namespace zymm
@@ -145,6 +146,8 @@ struct slab {
     std::atomic<uint64_t> gone_allocs;
     std::atomic<uint64_t> gone_frees;
     std::atomic<int64_t>  gone_out[MOST_NODES]; /* allocations less frees by node */
+
+    quarantine waiting; /* of the checking build */
 };
 
 /* The depots lie behind their slab, one a node. */
