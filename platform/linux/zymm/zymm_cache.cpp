@@ -71,11 +71,21 @@ static bool is_plain(const thread_cache *c)
            (s->attr & ZYMM_EXTRA_CLEARED) == 0 && is_asymmetric();
 }
 
-/* After whatever may have changed it: whether the fast path may serve. */
-static void set_fast_handle(thread_cache *c)
+void cache_settle(thread_cache *c)
 {
-    const bool serves = c->limit != 0 && c->loaded->node == node_of(c) && is_plain(c);
-    c->fast_handle.store(serves ? c->s->handle : 0, std::memory_order_relaxed);
+    if (c->limit != 0)
+        set_count(c->loaded, uint32_t(c->top - c->bottom));
+}
+
+void cache_arm(thread_cache *c)
+{
+    magazine *m = c->loaded;
+    const bool serves = c->limit != 0 && m->node == node_of(c) && is_plain(c);
+    c->bottom = m->objects;
+    c->top = m->objects + count_of(m);
+    c->end = m->objects + c->limit;
+    c->low = c->top;
+    c->word.store(serves ? c->s->handle : uint64_t(CACHE_IDLE), std::memory_order_release);
 }
 
 bool cache_open(thread_cache *c)
@@ -98,7 +108,6 @@ bool cache_open(thread_cache *c)
     c->previous = previous;
     s->open.fetch_add(ONE_EPOCH + ONE_OPEN, std::memory_order_seq_cst);
     c->limit = s->cache_limit;
-    set_fast_handle(c);
     return true;
 }
 
@@ -113,7 +122,6 @@ void cache_close(thread_cache *c)
 {
     if (c->limit == 0)
         return;
-    c->fast_handle.store(0, std::memory_order_relaxed);
     c->limit = 0;
     c->balance = 0;
     drop_magazine(&c->loaded);
@@ -295,7 +303,7 @@ static bool grow(slab *s, uint32_t node)
     return slab_grow(s, node);
 }
 
-static void *take(thread_cache *c)
+void *cache_take(thread_cache *c)
 {
     slab *s = c->s;
     follow_node(c);
@@ -315,13 +323,6 @@ static void *take(thread_cache *c)
         object = take_from(c, (home + step) % s->depots);
     if (object != nullptr && c->limit == 0 && c->balance != 0)
         c->balance--;
-    return object;
-}
-
-void *cache_take(thread_cache *c)
-{
-    void *object = take(c);
-    set_fast_handle(c);
     return object;
 }
 
@@ -405,8 +406,9 @@ static void remember(thread_cache *c, const piece *p)
     c->memo_carved = p->carved.load(std::memory_order_acquire);
 }
 
-static void give(thread_cache *c, const object_place &place)
+void cache_give(thread_cache *c, const object_place &place)
 {
+    remember(c, place.in);
     if (c->limit == 0) {
         loose_push(place);
         if (c->s->cache_limit != 0 && ++c->balance >= c->s->cache_limit)
@@ -423,12 +425,42 @@ static void give(thread_cache *c, const object_place &place)
     set_count(m, count + 1);
 }
 
-void cache_give(thread_cache *c, const object_place &place)
+/* ------------------------------------------------------------------ call sites */
+
+void cache_meet_taker(thread_cache *c, const call_site &site, uint64_t number)
 {
-    c->run_start = c->allocs.load(std::memory_order_relaxed);
-    remember(c, place.in);
-    give(c, place);
-    set_fast_handle(c);
+    c->taker = {site.func, site.module_id, site.line, tag_out(number, 0)};
+}
+
+void cache_meet_giver(thread_cache *c, const call_site &site, uint64_t number)
+{
+    c->giver = {site.func, site.module_id, site.line, tag_free(0, number)};
+}
+
+using meet_fn = void (*)(thread_cache *c, const call_site &site, uint64_t number);
+
+static bool learn(uint64_t handle, const call_site &site, met_site thread_cache::*met, meet_fn meet)
+{
+    const site_memory::entry *known =
+        t_thread->sites.recall(site.func, site.module_id, site.line);
+    thread_cache *c = known != nullptr ? fast_cache(t_thread, handle) : nullptr;
+    if (c == nullptr)
+        return false;
+    const bool is_new = !is_met(c->*met, site.func, site.module_id, site.line);
+    if (is_new)
+        meet(c, site, known->number);
+    cache_leave_fast(c, handle);
+    return is_new;
+}
+
+bool cache_learn_taker(uint64_t handle, const call_site &site)
+{
+    return learn(handle, site, &thread_cache::taker, cache_meet_taker);
+}
+
+bool cache_learn_giver(uint64_t handle, const call_site &site)
+{
+    return learn(handle, site, &thread_cache::giver, cache_meet_giver);
 }
 
 /* ------------------------------------------------------------------ counts */

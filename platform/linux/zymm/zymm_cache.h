@@ -46,26 +46,43 @@ namespace zymm
 
 struct thread_block;
 
+/* What `word` of a cache says beside a handle; no handle is as small. */
+enum : uint64_t { CACHE_IDLE = 1, CACHE_BUSY = 2 };
+
+/* A call site that a cache met last, and what it adds to a tag. */
+struct met_site {
+    const char *func;
+    uint32_t    module_id;
+    uint32_t    line;
+    uint64_t    tag_bits;
+};
+
 struct alignas(64) thread_cache {
-    /* The slab's handle while the fast path may serve: the cache is open, the kernel has the
-     * barrier, tags lie behind the objects, objects need no clearing, and the loaded magazine is of
-     * the node that the thread was last seen on. Else 0. */
-    std::atomic<uint64_t> fast_handle;
-    std::atomic<uint32_t> busy;
-    std::atomic<uint32_t> frozen;
-    magazine             *loaded;
-    magazine             *previous;
+    /*
+     * Busy while the owner is inside. Else the slab's handle if the fast path may serve: the cache
+     * is open, the kernel has the barrier, tags lie behind the objects, objects need no clearing,
+     * and the loaded magazine is of the node that the thread was last seen on. Else idle.
+     */
+    std::atomic<uint64_t> word;
+    std::atomic<uint64_t> frozen;
+    void                **top; /* of the loaded magazine's objects; the magazine's own count is */
+    void                **bottom; /* right while the owner is in a slow path or stopped */
+    void                **end;
+    void                **low; /* top after the last allocation */
     std::atomic<uint64_t> allocs; /* both counted by the owner alone, outside of handlers */
     std::atomic<uint64_t> frees;
-    uint64_t              run_start; /* allocs at the last free */
-    uint64_t              limit;     /* objects a magazine takes; 0 = closed */
+
+    met_site     taker, giver;
+    uint64_t     prefetches; /* the objects are pages */
 
     /* What the owner remembers of the last piece of its own node that it gave an object back to. */
-    char        *memo_base;
+    alignas(64) char *memo_base;
     uint64_t     memo_carved; /* objects of it that are known to exist */
     object_shape shape;
-    bool         prefetches; /* the objects are pages */
 
+    magazine     *loaded;
+    magazine     *previous;
+    uint64_t      limit; /* objects a magazine takes; 0 = closed */
     slab         *s; /* null while it serves none; under the registry's lock, as all below */
     thread_block *thread;
     thread_cache *next_of_slab, *prev_of_slab;
@@ -95,23 +112,23 @@ struct thread_block {
 extern __thread thread_block *t_thread __attribute__((tls_model("initial-exec")));
 extern thread_block g_new_thread, g_gone_thread;
 
-/* The owner begins; false when the cache is frozen, or busy below this signal handler. Only where
- * the kernel has the barrier. */
-inline bool cache_enter_fast(thread_cache *c)
+/* The owner begins, if the fast path may serve and the cache is neither frozen nor busy below this
+ * signal handler. */
+[[gnu::always_inline]] inline bool cache_enter_fast(thread_cache *c, uint64_t handle)
 {
-    if (c->busy.load(std::memory_order_relaxed) != 0)
+    if (c->word.load(std::memory_order_relaxed) != handle)
         return false;
-    c->busy.store(1, std::memory_order_relaxed);
+    c->word.store(CACHE_BUSY, std::memory_order_relaxed);
     std::atomic_signal_fence(std::memory_order_seq_cst);
     if (__builtin_expect(c->frozen.load(std::memory_order_acquire) == 0, 1))
         return true;
-    c->busy.store(0, std::memory_order_release);
+    c->word.store(handle, std::memory_order_release);
     return false;
 }
 
-inline void cache_leave(thread_cache *c)
+inline void cache_leave_fast(thread_cache *c, uint64_t handle)
 {
-    c->busy.store(0, std::memory_order_release);
+    c->word.store(handle, std::memory_order_release);
 }
 
 inline uint64_t count_one(std::atomic<uint64_t> *counter)
@@ -140,12 +157,16 @@ inline object_tag *tag_behind(const thread_cache *c, void *object)
     return reinterpret_cast<object_tag *>(static_cast<char *>(object) + c->shape.tag_offset);
 }
 
+[[gnu::always_inline]] inline bool is_met(const met_site &site, const char *func, uint32_t module_id, uint32_t line)
+{
+    return site.func == func && site.module_id == module_id && site.line == line;
+}
+
 /* The thread's cache that may serve this handle at once; null otherwise. It is entered. */
-inline thread_cache *fast_cache(const thread_block *t, uint64_t handle)
+[[gnu::always_inline]] inline thread_cache *fast_cache(const thread_block *t, uint64_t handle)
 {
     thread_cache *c = t->caches[handle % HANDLE_SLOTS];
-    const bool serves = c != nullptr && c->fast_handle.load(std::memory_order_relaxed) == handle;
-    return serves && cache_enter_fast(c) ? c : nullptr;
+    return c != nullptr && cache_enter_fast(c, handle) ? c : nullptr;
 }
 
 /*
@@ -153,68 +174,62 @@ inline thread_cache *fast_cache(const thread_block *t, uint64_t handle)
  * find one. *next is set when this is one of several that the thread takes in a row: the object that
  * it will get next, whose lines should be on their way while this one is written.
  */
-inline void *cache_take_fast(uint64_t handle, uint32_t module_id, const char *func, uint32_t line,
+[[gnu::always_inline]] inline void *cache_take_fast(uint64_t handle, uint32_t module_id, const char *func, uint32_t line,
                              void **next)
 {
-    const thread_block *t = t_thread;
-    thread_cache *c = fast_cache(t, handle);
-    if (c == nullptr)
+    thread_cache *c = fast_cache(t_thread, handle);
+    if (__builtin_expect(c == nullptr, 0))
         return nullptr;
 
-    const site_memory::entry *site = t->sites.recall(func, module_id, line);
-    magazine *m = c->loaded;
-    const uint32_t count = count_of(m);
-    if (__builtin_expect(site == nullptr || count == 0, 0)) {
-        cache_leave(c);
+    void **top = c->top;
+    if (__builtin_expect(top == c->bottom || !is_met(c->taker, func, module_id, line), 0)) {
+        cache_leave_fast(c, handle);
         return nullptr;
     }
-    void *object = m->objects[count - 1];
+    void *object = top[-1];
     object_tag *tag = tag_behind(c, object);
     if (__builtin_expect(!is_free(tag->load(std::memory_order_relaxed)), 0)) {
-        cache_leave(c);
+        cache_leave_fast(c, handle);
         return nullptr;
     }
-    set_count(m, count - 1);
-    tag->store(tag_out(site->number, tick_now()), std::memory_order_relaxed);
+    if (__builtin_expect(top == c->low, 0) && c->prefetches != 0 && top - 1 != c->bottom)
+        *next = top[-2];
+    tag->store(c->taker.tag_bits | tick_bits_now(), std::memory_order_relaxed);
+    c->top = top - 1;
+    c->low = top - 1;
     guard_open(object, c->s->obj_size);
-    const uint64_t allocs = count_one(&c->allocs);
-    if (allocs > c->run_start + 1 && c->prefetches && count > 1)
-        *next = m->objects[count - 2];
-    cache_leave(c);
+    count_one(&c->allocs);
+    cache_leave_fast(c, handle);
     return object;
 }
 
 /* True when the object went into the thread's loaded magazine; otherwise nothing was changed. */
-inline bool cache_give_fast(uint64_t handle, void *object, uint32_t module_id, const char *func)
+[[gnu::always_inline]] inline bool cache_give_fast(uint64_t handle, void *object, uint32_t module_id, const char *func)
 {
-    const thread_block *t = t_thread;
-    thread_cache *c = fast_cache(t, handle);
-    if (c == nullptr)
+    thread_cache *c = fast_cache(t_thread, handle);
+    if (__builtin_expect(c == nullptr, 0))
         return false;
 
-    const site_memory::entry *site = t->sites.recall(func, module_id, 0);
-    magazine *m = c->loaded;
-    const uint64_t count = count_of(m);
+    void **top = c->top;
     const uint64_t offset = reinterpret_cast<uintptr_t>(object) -
                             reinterpret_cast<uintptr_t>(c->memo_base);
-    if (__builtin_expect(site == nullptr || count >= c->limit ||
-                             c->shape.index(offset) >= c->memo_carved, 0)) {
-        cache_leave(c);
+    if (__builtin_expect(top == c->end || c->shape.index(offset) >= c->memo_carved ||
+                             !is_met(c->giver, func, module_id, 0), 0)) {
+        cache_leave_fast(c, handle);
         return false;
     }
     object_tag *tag = tag_behind(c, object);
     const uint64_t out = tag->load(std::memory_order_relaxed);
     if (__builtin_expect(!is_out(out), 0)) {
-        cache_leave(c);
+        cache_leave_fast(c, handle);
         return false;
     }
-    tag->store(tag_free(out, site->number), std::memory_order_relaxed);
+    tag->store(tag_holder_bits(out) | c->giver.tag_bits, std::memory_order_relaxed);
     guard_close(object, c->shape.stride);
-    m->objects[count] = object;
-    set_count(m, uint32_t(count) + 1);
+    *top = object;
+    c->top = top + 1;
     count_one(&c->frees);
-    c->run_start = c->allocs.load(std::memory_order_relaxed);
-    cache_leave(c);
+    cache_leave_fast(c, handle);
     return true;
 }
 
@@ -224,11 +239,31 @@ inline bool cache_give_fast(uint64_t handle, void *object, uint32_t module_id, c
  * memory for it, or the thread's clean-up has run. */
 thread_cache *cache_of(slab *s);
 
-/* The owner begins, waiting for whoever froze the cache. Not in a handler that found it busy. */
+/* The owner begins a slow path, waiting for whoever froze the cache; and ends it. Not in a handler
+ * that found the cache busy. */
 void cache_enter(thread_cache *c);
+void cache_leave(thread_cache *c);
+
+inline bool cache_is_busy(const thread_cache *c)
+{
+    return c->word.load(std::memory_order_acquire) == CACHE_BUSY;
+}
+
+/* What the fast path works on is made out of the loaded magazine, and put back into it. */
+void cache_arm(thread_cache *c);
+void cache_settle(thread_cache *c);
 
 /* The number of the call site, which the thread remembers from now on. */
 uint32_t site_for(const call_site &site);
+
+/* The cache has met this call site; the owner has entered it. */
+void cache_meet_taker(thread_cache *c, const call_site &site, uint64_t number);
+void cache_meet_giver(thread_cache *c, const call_site &site, uint64_t number);
+
+/* True when the cache of the handle met another call site last and the thread remembers this one:
+ * the fast path is worth a second try. */
+bool cache_learn_taker(uint64_t handle, const call_site &site);
+bool cache_learn_giver(uint64_t handle, const call_site &site);
 
 /* Whether the kernel has the barrier. */
 bool is_asymmetric();

@@ -163,9 +163,10 @@ static void *take_without_cache(slab *s, uint32_t site)
     return object;
 }
 
-static void *take_with_cache(slab *s, thread_cache *c, uint32_t site)
+static void *take_with_cache(slab *s, thread_cache *c, const call_site &who, uint32_t site)
 {
     cache_enter(c);
+    cache_meet_taker(c, who, site);
     void *object = nullptr;
     do {
         object = cache_take(c);
@@ -195,14 +196,15 @@ void *slab_alloc(slab *s, uint32_t module_id, const char *func, uint32_t line)
     if (s->is_lost)
         return nullptr;
     thread_cache *c = cache_of(s);
-    const uint32_t site = site_for({func, module_id, line});
+    const call_site who = {func, module_id, line};
+    const uint32_t site = site_for(who);
     void *object = nullptr;
     if (c == nullptr) {
         object = take_without_cache(s, site);
-    } else if (c->busy.load(std::memory_order_relaxed) != 0) {
+    } else if (cache_is_busy(c)) {
         object = take_in_handler(s, site);
     } else {
-        object = take_with_cache(s, c, site);
+        object = take_with_cache(s, c, who, site);
         if (object == nullptr)
             object = take_last(s, c, site);
     }
@@ -241,9 +243,10 @@ static void count_free(slab *s, thread_cache *c, uint32_t node)
 }
 
 static free_verdict give_with_cache(slab *s, thread_cache *c, const object_place &place,
-                                    uint32_t site, uint64_t *before)
+                                    const call_site &who, uint32_t site, uint64_t *before)
 {
     cache_enter(c);
+    cache_meet_giver(c, who, site);
     const free_verdict verdict = mark_free(s, place, site, before);
     if (verdict == FREE_DONE || verdict == FREE_DONE_OVERRUN) {
         guard_close(place.object(), s->shape.stride);
@@ -272,11 +275,13 @@ static free_verdict give_to_depot(slab *s, const object_place &place, uint32_t s
     return verdict;
 }
 
-static free_verdict give_back(slab *s, const object_place &place, uint32_t site, uint64_t *before)
+static free_verdict give_back(slab *s, const object_place &place, const call_site &who,
+                              uint64_t *before)
 {
+    const uint32_t site = site_for(who);
     thread_cache *c = cache_of(s);
-    if (c != nullptr && c->busy.load(std::memory_order_relaxed) == 0)
-        return give_with_cache(s, c, place, site, before);
+    if (c != nullptr && !cache_is_busy(c))
+        return give_with_cache(s, c, place, who, site, before);
     if (c != nullptr)
         return give_to_depot(s, place, site, before);
     registry_guard held;
@@ -313,7 +318,7 @@ int slab_free(slab *s, void *object, uint32_t module_id, const char *func, const
     free_verdict verdict = FREE_NO_OBJECT;
     const object_place place = s->is_lost ? object_place{nullptr, 0} : place_of(s, object);
     if (place.in != nullptr)
-        verdict = give_back(s, place, site_for(who), &before);
+        verdict = give_back(s, place, who, &before);
     if (verdict == FREE_DONE)
         return 0;
 

@@ -62,19 +62,33 @@ bool is_asymmetric()
     return s_asymmetric;
 }
 
-static bool enter_with_exchange(thread_cache *c)
+/* Where the kernel has no barrier for others' sake, the owner's store is one. */
+static void mark_busy(thread_cache *c)
 {
-    c->busy.exchange(1, std::memory_order_seq_cst);
-    if (c->frozen.load(std::memory_order_acquire) == 0)
-        return true;
-    c->busy.store(0, std::memory_order_release);
-    return false;
+    if (s_asymmetric) {
+        c->word.store(CACHE_BUSY, std::memory_order_relaxed);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    } else {
+        c->word.exchange(CACHE_BUSY, std::memory_order_seq_cst);
+    }
 }
 
 void cache_enter(thread_cache *c)
 {
-    while (!(s_asymmetric ? cache_enter_fast(c) : enter_with_exchange(c)))
+    for (;;) {
+        const uint64_t before = c->word.load(std::memory_order_relaxed);
+        mark_busy(c);
+        if (c->frozen.load(std::memory_order_acquire) == 0)
+            break;
+        c->word.store(before, std::memory_order_release);
         registry_guard until_it_is_resumed;
+    }
+    cache_settle(c);
+}
+
+void cache_leave(thread_cache *c)
+{
+    cache_arm(c);
 }
 
 uint32_t site_for(const call_site &site)
@@ -100,7 +114,7 @@ static void pass_barrier()
 
 static void wait_until_idle(const thread_cache *c)
 {
-    for (uint32_t turn = 0; c->busy.load(std::memory_order_acquire) != 0; turn++) {
+    for (uint32_t turn = 0; cache_is_busy(c); turn++) {
         if (turn % 64 == 63)
             sched_yield();
         else
@@ -123,13 +137,21 @@ void caches_stop(slab *s, const thread_cache *own)
     for (thread_cache *c = s->caches; c != nullptr; c = c->next_of_slab) {
         if (c != own)
             wait_until_idle(c);
+        cache_settle(c);
     }
+}
+
+static void resume(thread_cache *c)
+{
+    if (c->s != nullptr)
+        cache_arm(c);
+    c->frozen.store(0, std::memory_order_release);
 }
 
 void caches_resume(slab *s)
 {
     for (thread_cache *c = s->caches; c != nullptr; c = c->next_of_slab)
-        c->frozen.store(0, std::memory_order_release);
+        resume(c);
 }
 
 /* ------------------------------------------------------------------ caches of a slab */
@@ -169,8 +191,10 @@ static void settle_counts(thread_cache *c)
 /* The cache's owner is gone, or its slab is about to. */
 static void retire(thread_cache *c)
 {
+    cache_settle(c);
     cache_surrender(c);
     cache_close(c);
+    c->word.store(CACHE_IDLE, std::memory_order_relaxed);
     settle_counts(c);
     unlink_from_slab(c);
 }
@@ -210,13 +234,14 @@ static void serve(thread_cache *c, slab *s)
     }
     c->frozen.store(0, std::memory_order_relaxed); /* the last owner may have gone with a fork */
     c->limit = 0;
-    c->run_start = 0;
+    c->taker = {};
+    c->giver = {};
     c->balance = 0;
     c->allocs.store(0, std::memory_order_relaxed);
     c->frees.store(0, std::memory_order_relaxed);
     c->memo_carved = 0;
     c->shape = s->shape;
-    c->prefetches = s->obj_size == PAGE_OBJECT_BYTES;
+    c->prefetches = s->obj_size == PAGE_OBJECT_BYTES ? 1 : 0;
     c->node.store(node_here(), std::memory_order_relaxed);
     c->shard = c->thread->number % MOST_SHARDS;
     link_to_slab(c, s);
@@ -295,6 +320,7 @@ static thread_cache *make_cache(slab *s)
         return c;
     serve(c, s);
     cache_open(c);
+    cache_arm(c);
     return c;
 }
 

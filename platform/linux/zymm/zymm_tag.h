@@ -35,9 +35,14 @@ constexpr uint64_t tag_out(uint64_t site, uint32_t tick)
     return uint64_t(tick) << 32 | site << 12 | OUT_MARK;
 }
 
+constexpr uint64_t tag_holder_bits(uint64_t tag)
+{
+    return tag & 0xFFFFF000u;
+}
+
 constexpr uint64_t tag_free(uint64_t out, uint64_t freer)
 {
-    return freer << 44 | (out & 0xFFFFF000u);
+    return freer << 44 | tag_holder_bits(out);
 }
 
 constexpr bool is_out(uint64_t tag)

@@ -14,7 +14,7 @@ namespace zymm
 
 enum : uint64_t { TICK_US = (1ull << TICK_SHIFT) / 1000 };
 
-std::atomic<uint32_t> g_tick{0};
+std::atomic<uint64_t> g_tick_bits{0};
 
 static zyax_timer     s_timer;
 static pthread_once_t s_started = PTHREAD_ONCE_INIT;
@@ -22,7 +22,7 @@ static pthread_once_t s_started = PTHREAD_ONCE_INIT;
 uint32_t tick_refresh()
 {
     const uint32_t tick = uint32_t(zyax_time_getnanosec() >> TICK_SHIFT);
-    g_tick.store(tick, std::memory_order_relaxed);
+    g_tick_bits.store(uint64_t(tick) << 32, std::memory_order_relaxed);
     return tick;
 }
 

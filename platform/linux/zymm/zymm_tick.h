@@ -14,11 +14,16 @@ namespace zymm
 
 enum : uint32_t { TICK_SHIFT = 27 };
 
-extern std::atomic<uint32_t> g_tick;
+extern std::atomic<uint64_t> g_tick_bits; /* as it stands in a tag: the upper half */
+
+inline uint64_t tick_bits_now()
+{
+    return g_tick_bits.load(std::memory_order_relaxed);
+}
 
 inline uint32_t tick_now()
 {
-    return g_tick.load(std::memory_order_relaxed);
+    return uint32_t(tick_bits_now() >> 32);
 }
 
 /* Sets the tick by the clock; any thread. Answers the tick. */
