@@ -132,10 +132,11 @@ static void count_alloc(slab *s, thread_cache *c, const void *object)
     cache_count(c, node, 1);
 }
 
-/* A signal handler in a thread that is busy with this very cache: the depots alone serve. What only
- * a stop of all threads would find stays where it is; that thread would wait for itself. */
+/* A signal handler in a thread that is busy: the depots alone serve. What only a stop of all threads
+ * would find stays where it is; the thread would wait for itself, or for one that waits for it. */
 static void *take_in_handler(slab *s, uint32_t site)
 {
+    const in_hand marked(s);
     void *object = nullptr;
     do {
         object = depot_take_one(s);
@@ -163,9 +164,9 @@ static void *take_without_cache(slab *s, uint32_t site)
     return object;
 }
 
+/* The cache is entered. */
 static void *take_with_cache(slab *s, thread_cache *c, uint32_t site)
 {
-    cache_enter(c);
     void *object = nullptr;
     do {
         object = cache_take(c);
@@ -180,6 +181,8 @@ static void *take_last(slab *s, thread_cache *c, uint32_t site)
 {
     if (is_surely_dry(s))
         return nullptr;
+    if (thread_is_busy())
+        return take_in_handler(s, site);
     registry_guard held;
     void *object = nullptr;
     do {
@@ -197,14 +200,14 @@ void *slab_alloc(slab *s, uint32_t module_id, const char *func, uint32_t line)
     thread_cache *c = cache_of(s);
     const uint32_t site = site_for({func, module_id, line});
     void *object = nullptr;
-    if (c == nullptr) {
-        object = take_without_cache(s, site);
-    } else if (c->busy.load(std::memory_order_relaxed) != 0) {
-        object = take_in_handler(s, site);
-    } else {
+    if (c != nullptr && cache_enter(c)) {
         object = take_with_cache(s, c, site);
         if (object == nullptr)
             object = take_last(s, c, site);
+    } else if (thread_is_busy()) {
+        object = take_in_handler(s, site);
+    } else {
+        object = take_without_cache(s, site);
     }
     if (object != nullptr && (s->attr & ZYMM_EXTRA_CLEARED) != 0)
         memset(object, 0, s->obj_size);
@@ -240,10 +243,10 @@ static void count_free(slab *s, thread_cache *c, uint32_t node)
     cache_count(c, node, -1);
 }
 
+/* The cache is entered. */
 static free_verdict give_with_cache(slab *s, thread_cache *c, const object_place &place,
                                     uint32_t site, uint64_t *before)
 {
-    cache_enter(c);
     const free_verdict verdict = mark_free(s, place, site, before);
     if (verdict == FREE_DONE || verdict == FREE_DONE_OVERRUN) {
         guard_close(place.object(), s->shape.stride);
@@ -275,10 +278,12 @@ static free_verdict give_to_depot(slab *s, const object_place &place, uint32_t s
 static free_verdict give_back(slab *s, const object_place &place, uint32_t site, uint64_t *before)
 {
     thread_cache *c = cache_of(s);
-    if (c != nullptr && c->busy.load(std::memory_order_relaxed) == 0)
+    if (c != nullptr && cache_enter(c))
         return give_with_cache(s, c, place, site, before);
-    if (c != nullptr)
+    if (thread_is_busy()) {
+        const in_hand marked(s);
         return give_to_depot(s, place, site, before);
+    }
     registry_guard held;
     return give_to_depot(s, place, site, before);
 }

@@ -64,6 +64,8 @@ bool is_asymmetric()
 
 static bool enter_with_exchange(thread_cache *c)
 {
+    if (c->busy.load(std::memory_order_relaxed) != 0)
+        return false;
     c->busy.exchange(1, std::memory_order_seq_cst);
     if (c->frozen.load(std::memory_order_acquire) == 0)
         return true;
@@ -71,10 +73,23 @@ static bool enter_with_exchange(thread_cache *c)
     return false;
 }
 
-void cache_enter(thread_cache *c)
+bool thread_is_busy()
 {
-    while (!(s_asymmetric ? cache_enter_fast(c) : enter_with_exchange(c)))
+    for (const thread_cache *c = t_thread->first; c != nullptr; c = c->next_of_thread) {
+        if (c->busy.load(std::memory_order_relaxed) != 0)
+            return true;
+    }
+    return false;
+}
+
+bool cache_enter(thread_cache *c)
+{
+    while (!(s_asymmetric ? cache_enter_fast(c) : enter_with_exchange(c))) {
+        if (thread_is_busy())
+            return false;
         registry_guard until_it_is_resumed;
+    }
+    return true;
 }
 
 uint32_t site_for(const call_site &site)
@@ -304,7 +319,9 @@ thread_cache *cache_of(slab *s)
     if (t == &g_gone_thread)
         return nullptr;
     thread_cache *c = t->caches[s->handle % HANDLE_SLOTS];
-    return c != nullptr && c->s == s ? c : make_cache(s);
+    if (c != nullptr && c->s == s)
+        return c;
+    return thread_is_busy() ? nullptr : make_cache(s);
 }
 
 /* ------------------------------------------------------------------ fork */
@@ -329,10 +346,12 @@ static void before_fork()
         for (thread_cache *c = t->first; t != t_thread && c != nullptr; c = c->next_of_thread)
             wait_until_idle(c);
     }
+    sites_close(); /* which owners enter before they are busy */
 }
 
 static void resume_all()
 {
+    sites_open();
     for (thread_block *t = s_threads; t != nullptr; t = t->next) {
         for (thread_cache *c = t->first; c != nullptr; c = c->next_of_thread)
             c->frozen.store(0, std::memory_order_release);
@@ -353,6 +372,8 @@ static void after_fork_in_child()
 {
     gate_reset();
     s_asymmetric = use_membarrier();
+    for (thread_cache *c = t_thread->first; c != nullptr && !s_asymmetric; c = c->next_of_thread)
+        c->fast_handle.store(0, std::memory_order_relaxed);
     slabs_lose_unforked();
     thread_block *next = nullptr;
     for (thread_block *t = s_threads; t != nullptr; t = next) {
