@@ -32,30 +32,33 @@ static magazine *no_magazine()
 
 /* ------------------------------------------------------------------ open and closed */
 
-/* Marks the slab while objects are in a hand that nobody sees: whoever finds nothing meanwhile
- * has to stop the threads before it may say so. */
-class in_hand {
-public:
-    explicit in_hand(slab *s) : s_(s)
-    {
-        s_->open.fetch_add(ONE_EPOCH + ONE_OPEN, std::memory_order_seq_cst);
-    }
-    ~in_hand()
-    {
-        s_->open.fetch_add(ONE_EPOCH - ONE_OPEN, std::memory_order_seq_cst);
-    }
-    in_hand(const in_hand &) = delete;
-    in_hand &operator=(const in_hand &) = delete;
+in_hand::in_hand(slab *s) : s_(s)
+{
+    s_->open.fetch_add(ONE_EPOCH + ONE_OPEN, std::memory_order_seq_cst);
+}
 
-private:
-    slab *s_;
-};
+in_hand::~in_hand()
+{
+    s_->open.fetch_add(ONE_EPOCH - ONE_OPEN, std::memory_order_seq_cst);
+}
 
-/* Whether one more thread may cache objects of the slab. */
-static bool may_open(const slab *s)
+/* Whether one more thread may cache objects of the slab, seeing this many that do. */
+static bool may_open(const slab *s, uint64_t open)
 {
     const uint32_t most = s->obj_size == PAGE_OBJECT_BYTES ? page_cache_threads() : 0;
-    return most == 0 || uint32_t(s->open.load(std::memory_order_relaxed)) < most;
+    return most == 0 || uint32_t(open) < most;
+}
+
+/* Counts one more that does; false when there are enough, also when two ask at once. */
+static bool count_open(slab *s)
+{
+    uint64_t open = s->open.load(std::memory_order_relaxed);
+    do {
+        if (!may_open(s, open))
+            return false;
+    } while (!s->open.compare_exchange_weak(open, open + ONE_EPOCH + ONE_OPEN,
+                                            std::memory_order_seq_cst, std::memory_order_relaxed));
+    return true;
 }
 
 static uint32_t node_of(const thread_cache *c)
@@ -88,33 +91,37 @@ void cache_arm(thread_cache *c)
     c->word.store(serves ? c->s->handle : uint64_t(CACHE_IDLE), std::memory_order_release);
 }
 
+static void put_if_any(magazine *m)
+{
+    if (m != nullptr)
+        magazine_put(m);
+}
+
 bool cache_open(thread_cache *c)
 {
     slab *s = c->s;
     if (c->limit != 0)
         return true;
-    if (s->cache_limit == 0 || !may_open(s))
+    if (s->cache_limit == 0 || !may_open(s, s->open.load(std::memory_order_relaxed)))
         return false;
     magazine *loaded = magazine_get();
     magazine *previous = loaded != nullptr ? magazine_get() : nullptr;
-    if (previous == nullptr) {
-        if (loaded != nullptr)
-            magazine_put(loaded);
+    if (previous == nullptr || !count_open(s)) {
+        put_if_any(loaded);
+        put_if_any(previous);
         return false;
     }
     loaded->node = node_of(c);
     previous->node = node_of(c);
     c->loaded = loaded;
     c->previous = previous;
-    s->open.fetch_add(ONE_EPOCH + ONE_OPEN, std::memory_order_seq_cst);
     c->limit = s->cache_limit;
     return true;
 }
 
 static void drop_magazine(magazine **place)
 {
-    if (*place != nullptr)
-        magazine_put(*place);
+    put_if_any(*place);
     *place = no_magazine();
 }
 

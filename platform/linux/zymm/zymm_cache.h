@@ -22,8 +22,9 @@
  * objects directly. That is how a slab runs while few objects are left, so that threads do not
  * have to be stopped for each one; a thread that gave back a magazine's worth opens its cache.
  *
- * A signal handler may find its own thread busy. It then works on the depot, too, and leaves the
- * cache alone.
+ * A signal handler may find its own thread busy, with this cache or with another slab's. It must not
+ * wait for a stopper then, who may be waiting for its thread: it works on the depot, too, and leaves
+ * the cache alone.
  *
  * Owner: the thread's block; a record that once served a slab stays mapped.
  */
@@ -236,12 +237,12 @@ inline object_tag *tag_behind(const thread_cache *c, void *object)
 /* ------------------------------------------------------------------ slow paths */
 
 /* The calling thread's cache of the slab, made if need be; null when it can have none: there is no
- * memory for it, or the thread's clean-up has run. */
+ * memory for it, the thread's clean-up has run, or this is a handler of a busy thread. */
 thread_cache *cache_of(slab *s);
 
-/* The owner begins a slow path, waiting for whoever froze the cache; and ends it. Not in a handler
- * that found the cache busy. */
-void cache_enter(thread_cache *c);
+/* The owner begins a slow path, waiting for whoever froze the cache. False, without a wait, in a signal
+ * handler whose thread is busy with this cache, or with another one while this one is frozen. */
+bool cache_enter(thread_cache *c);
 void cache_leave(thread_cache *c);
 
 inline bool cache_is_busy(const thread_cache *c)
@@ -252,6 +253,23 @@ inline bool cache_is_busy(const thread_cache *c)
 /* What the fast path works on is made out of the loaded magazine, and put back into it. */
 void cache_arm(thread_cache *c);
 void cache_settle(thread_cache *c);
+
+/* The thread is busy with a cache, and this a signal handler: it must not wait for the registry. */
+bool thread_is_busy();
+
+/* Marks the slab while objects are in a hand that nobody sees and nobody stops: whoever finds
+ * nothing meanwhile has to stop the threads before it may say so, and whoever checks the slab
+ * looks again. */
+class in_hand {
+public:
+    explicit in_hand(slab *s);
+    ~in_hand();
+    in_hand(const in_hand &) = delete;
+    in_hand &operator=(const in_hand &) = delete;
+
+private:
+    slab *s_;
+};
 
 /* The number of the call site, which the thread remembers from now on. */
 uint32_t site_for(const call_site &site);

@@ -78,14 +78,19 @@ static bool make_level(slab *s, uint32_t at)
     return memory != nullptr;
 }
 
+uint64_t table_numbers(slab *s)
+{
+    const uint32_t count = s->pieces.load(std::memory_order_acquire);
+    if (count == 0)
+        return 0;
+    const piece *last = *table_slot(s, count - 1);
+    return uint64_t(last->first_number) + last->room;
+}
+
 bool table_enter(slab *s, piece *p)
 {
     const uint32_t count = s->pieces.load(std::memory_order_relaxed);
-    uint64_t first = 0;
-    if (count != 0) {
-        const piece *last = *table_slot(s, count - 1);
-        first = uint64_t(last->first_number) + last->room;
-    }
+    const uint64_t first = table_numbers(s);
     if (first + p->room > UINT32_MAX - 1 || !make_level(s, count))
         return false;
     p->first_number = uint32_t(first);
@@ -118,6 +123,16 @@ static object_place place_at(slab *s, uint32_t number)
     }
     piece *p = *table_slot(s, low);
     return {p, number - p->first_number};
+}
+
+object_place place_numbered(slab *s, uint64_t number)
+{
+    if (number >= table_numbers(s))
+        return {nullptr, 0};
+    const object_place place = place_at(s, uint32_t(number));
+    return place.index < place.in->carved.load(std::memory_order_acquire)
+               ? place
+               : object_place{nullptr, 0};
 }
 
 /* ------------------------------------------------------------------ loose objects */

@@ -16,7 +16,7 @@ namespace zymm
 enum : uint32_t { BLOCK_MAGAZINES = 128, MOST_BLOCKS = 1 << 18 };
 
 static std::atomic<magazine *> s_blocks[MOST_BLOCKS];
-static uint32_t                s_block_count;
+static std::atomic<uint32_t>   s_block_count; /* written under the supply's lock */
 static magazine_stack          s_empty;
 static control_store           s_store = {PTHREAD_MUTEX_INITIALIZER, nullptr, nullptr, nullptr};
 static pthread_mutex_t         s_supply_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -61,19 +61,30 @@ magazine *stack_pop(magazine_stack *stack)
 /* Makes a block, keeps one magazine of it for the caller. */
 static magazine *make_block()
 {
-    if (s_block_count == MOST_BLOCKS)
+    const uint32_t made = s_block_count.load(std::memory_order_relaxed);
+    if (made == MOST_BLOCKS)
         return nullptr;
     magazine *block =
         static_cast<magazine *>(store_get(&s_store, BLOCK_MAGAZINES * sizeof(magazine)));
     if (block == nullptr)
         return nullptr;
-    s_blocks[s_block_count].store(block, std::memory_order_release);
+    s_blocks[made].store(block, std::memory_order_release);
     for (uint32_t at = 0; at < BLOCK_MAGAZINES; at++)
-        block[at].number = s_block_count * BLOCK_MAGAZINES + at + 1;
-    s_block_count++;
+        block[at].number = made * BLOCK_MAGAZINES + at + 1;
+    s_block_count.store(made + 1, std::memory_order_release);
     for (uint32_t at = 1; at < BLOCK_MAGAZINES; at++)
         stack_push(&s_empty, &block[at]);
     return block;
+}
+
+uint64_t magazines_made()
+{
+    return uint64_t(s_block_count.load(std::memory_order_acquire)) * BLOCK_MAGAZINES;
+}
+
+magazine *magazine_numbered(uint32_t number)
+{
+    return number != 0 && number <= magazines_made() ? magazine_at(number) : nullptr;
 }
 
 magazine *magazine_get()

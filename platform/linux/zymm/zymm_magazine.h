@@ -59,6 +59,10 @@ magazine *stack_pop(magazine_stack *stack);
 magazine *magazine_get();
 void      magazine_put(magazine *m);
 
+/* For checks: the magazine with this number, null when there is none; and how many there are. */
+magazine *magazine_numbered(uint32_t number);
+uint64_t  magazines_made();
+
 /* Stands for a magazine where there is none: it never has an object nor room for one. */
 extern magazine g_no_magazine;
 

@@ -132,10 +132,11 @@ static void count_alloc(slab *s, thread_cache *c, const void *object)
     cache_count(c, node, 1);
 }
 
-/* A signal handler in a thread that is busy with this very cache: the depots alone serve. What only
- * a stop of all threads would find stays where it is; that thread would wait for itself. */
+/* A signal handler in a thread that is busy: the depots alone serve. What only a stop of all threads
+ * would find stays where it is; the thread would wait for itself, or for one that waits for it. */
 static void *take_in_handler(slab *s, uint32_t site)
 {
+    const in_hand marked(s);
     void *object = nullptr;
     do {
         object = depot_take_one(s);
@@ -163,9 +164,9 @@ static void *take_without_cache(slab *s, uint32_t site)
     return object;
 }
 
+/* The cache is entered. */
 static void *take_with_cache(slab *s, thread_cache *c, const call_site &who, uint32_t site)
 {
-    cache_enter(c);
     cache_meet_taker(c, who, site);
     void *object = nullptr;
     do {
@@ -181,6 +182,8 @@ static void *take_last(slab *s, thread_cache *c, uint32_t site)
 {
     if (is_surely_dry(s))
         return nullptr;
+    if (thread_is_busy())
+        return take_in_handler(s, site);
     registry_guard held;
     void *object = nullptr;
     do {
@@ -199,14 +202,14 @@ void *slab_alloc(slab *s, uint32_t module_id, const char *func, uint32_t line)
     const call_site who = {func, module_id, line};
     const uint32_t site = site_for(who);
     void *object = nullptr;
-    if (c == nullptr) {
-        object = take_without_cache(s, site);
-    } else if (cache_is_busy(c)) {
-        object = take_in_handler(s, site);
-    } else {
+    if (c != nullptr && cache_enter(c)) {
         object = take_with_cache(s, c, who, site);
         if (object == nullptr)
             object = take_last(s, c, site);
+    } else if (thread_is_busy()) {
+        object = take_in_handler(s, site);
+    } else {
+        object = take_without_cache(s, site);
     }
     if (object != nullptr && (s->attr & ZYMM_EXTRA_CLEARED) != 0)
         memset(object, 0, s->obj_size);
@@ -242,10 +245,10 @@ static void count_free(slab *s, thread_cache *c, uint32_t node)
     cache_count(c, node, -1);
 }
 
+/* The cache is entered. */
 static free_verdict give_with_cache(slab *s, thread_cache *c, const object_place &place,
                                     const call_site &who, uint32_t site, uint64_t *before)
 {
-    cache_enter(c);
     cache_meet_giver(c, who, site);
     const free_verdict verdict = mark_free(s, place, site, before);
     if (verdict == FREE_DONE || verdict == FREE_DONE_OVERRUN) {
@@ -280,10 +283,12 @@ static free_verdict give_back(slab *s, const object_place &place, const call_sit
 {
     const uint32_t site = site_for(who);
     thread_cache *c = cache_of(s);
-    if (c != nullptr && !cache_is_busy(c))
+    if (c != nullptr && cache_enter(c))
         return give_with_cache(s, c, place, who, site, before);
-    if (c != nullptr)
+    if (thread_is_busy()) {
+        const in_hand marked(s);
         return give_to_depot(s, place, site, before);
+    }
     registry_guard held;
     return give_to_depot(s, place, site, before);
 }

@@ -17,6 +17,7 @@
 #include "zymm_pool.h"
 #include "zymm_private.h"
 #include "zymm_seam.h"
+#include "zymm_settings.h"
 #include "zymm_slab.h"
 #include "zymm_store.h"
 #include "zymm_system.h"
@@ -31,6 +32,18 @@ static control_store s_pieces = {PTHREAD_MUTEX_INITIALIZER, nullptr, nullptr, nu
 static bool is_huge(const slab *s)
 {
     return (s->attr & ZYMM_EXTRA_HUGE) != 0;
+}
+
+/* The holder of one block may protect parts of it, which would split a huge page; and its mapping
+ * must not grow together with a neighbour's. */
+static bool stays_apart(const slab *s)
+{
+    return (s->attr & ZYMM_EXTRA_ONE_BLOCK) != 0 && !is_huge(s);
+}
+
+static bool leaves_dumps(const slab *s)
+{
+    return (s->attr & ZYMM_SLAB_NODUMP) != 0 || is_kept_from_dumps(s->obj_size);
 }
 
 static char *from_system(const slab *s, uint64_t bytes, uint64_t *got)
@@ -65,7 +78,9 @@ static const char *put_attributes(const slab *s, void *base, uint64_t bytes)
 {
     if (is_huge(s) && s->enclosing != nullptr)
         madvise(base, bytes, MADV_HUGEPAGE); /* a wish, as in system_map_huge */
-    if ((s->attr & ZYMM_SLAB_NODUMP) != 0 && madvise(base, bytes, MADV_DONTDUMP) != 0)
+    if (stays_apart(s))
+        madvise(base, bytes, MADV_NOHUGEPAGE); /* fails where there are none anyway */
+    if (leaves_dumps(s) && madvise(base, bytes, MADV_DONTDUMP) != 0)
         return "memory cannot be left out of core dumps";
     if ((s->attr & ZYMM_SLAB_NOFORK) != 0 && madvise(base, bytes, MADV_DONTFORK) != 0)
         return "memory cannot be kept from forked children";

@@ -202,6 +202,7 @@ using namespace zymm;
 uint64_t zymm_pool_create(const char *name, uint64_t size, uint64_t extension, uint32_t module_id,
                           const char *func)
 {
+    const gate_guard no_fork;
     const bool sizes_make_sense = size <= UINT64_MAX / 4 && extension <= UINT64_MAX / 4;
     pool *p = sizes_make_sense ? pool_make(name, size, extension) : nullptr;
     const uint64_t handle = p != nullptr ? handle_make(HANDLE_POOL, p) : 0;
@@ -227,6 +228,7 @@ int zymm_pool_destory(uint64_t handle, uint32_t module_id, const char *func)
 {
     if (handle == 0)
         return 0;
+    const gate_guard no_fork;
     pool *p = static_cast<pool *>(handle_expect(handle, HANDLE_POOL, __func__, func));
     if (p == nullptr)
         return -1;

@@ -1,6 +1,6 @@
 /*
- * The quarantine's queue: a ring under a lock of its own, below which only the depot's loose objects
- * are touched. What is found is reported after the lock was given back, one object at a time.
+ * The quarantine's queue: a ring under a lock of its own, below which only the depot's loose
+ * objects are touched. What is found is reported after the lock was given back, one object at a time.
  */
 #include "zymm_quarantine.h"
 
@@ -55,7 +55,7 @@ static uint64_t first_change(const slab *s, const void *object)
 }
 
 struct finding {
-    void    *object; /* null: nothing was found */
+    void *object; /* null: nothing was found */
     uint64_t tag, offset;
 };
 
@@ -69,8 +69,8 @@ static finding let_oldest_go(slab *s)
     finding found = {nullptr, tag, 0};
     if (is_filled()) {
         found.offset = first_change(s, object);
-        const bool is_whole = found.offset == filled_bytes(s) &&
-                              sum_of_rest(s, object) == q->waiting[q->oldest].sum;
+        const bool is_whole =
+            found.offset == filled_bytes(s) && sum_of_rest(s, object) == q->waiting[q->oldest].sum;
         found.object = is_whole ? nullptr : object;
     }
     loose_push(place);
@@ -129,7 +129,7 @@ static bool let_one_go(slab *s)
 
 void quarantine_empty(slab *s)
 {
-    while (let_one_go(s)) {
+    while (s->waiting.count.load(std::memory_order_acquire) != 0 && let_one_go(s)) {
     }
 }
 

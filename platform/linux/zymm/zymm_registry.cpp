@@ -73,17 +73,31 @@ static void mark_busy(thread_cache *c)
     }
 }
 
-void cache_enter(thread_cache *c)
+bool thread_is_busy()
+{
+    for (const thread_cache *c = t_thread->first; c != nullptr; c = c->next_of_thread) {
+        if (cache_is_busy(c))
+            return true;
+    }
+    return false;
+}
+
+bool cache_enter(thread_cache *c)
 {
     for (;;) {
         const uint64_t before = c->word.load(std::memory_order_relaxed);
+        if (before == CACHE_BUSY)
+            return false;
         mark_busy(c);
         if (c->frozen.load(std::memory_order_acquire) == 0)
             break;
         c->word.store(before, std::memory_order_release);
+        if (thread_is_busy())
+            return false;
         registry_guard until_it_is_resumed;
     }
     cache_settle(c);
+    return true;
 }
 
 void cache_leave(thread_cache *c)
@@ -330,7 +344,9 @@ thread_cache *cache_of(slab *s)
     if (t == &g_gone_thread)
         return nullptr;
     thread_cache *c = t->caches[s->handle % HANDLE_SLOTS];
-    return c != nullptr && c->s == s ? c : make_cache(s);
+    if (c != nullptr && c->s == s)
+        return c;
+    return thread_is_busy() ? nullptr : make_cache(s);
 }
 
 /* ------------------------------------------------------------------ fork */
@@ -355,10 +371,12 @@ static void before_fork()
         for (thread_cache *c = t->first; t != t_thread && c != nullptr; c = c->next_of_thread)
             wait_until_idle(c);
     }
+    sites_close(); /* which owners enter before they are busy */
 }
 
 static void resume_all()
 {
+    sites_open();
     for (thread_block *t = s_threads; t != nullptr; t = t->next) {
         for (thread_cache *c = t->first; c != nullptr; c = c->next_of_thread)
             c->frozen.store(0, std::memory_order_release);
@@ -379,6 +397,8 @@ static void after_fork_in_child()
 {
     gate_reset();
     s_asymmetric = use_membarrier();
+    for (thread_cache *c = t_thread->first; c != nullptr && !s_asymmetric; c = c->next_of_thread)
+        c->word.store(CACHE_IDLE, std::memory_order_relaxed);
     slabs_lose_unforked();
     thread_block *next = nullptr;
     for (thread_block *t = s_threads; t != nullptr; t = next) {

@@ -1,7 +1,7 @@
 /*
  * Settings and statistics of the layer. Settings are relaxed atomics: each stands for itself, and
  * whoever acts on one reads it when it is needed. The cache numbers count for slabs made after they
- * were set.
+ * were set, as the switch for huge pages does; the core dump level for pieces taken afterwards.
  */
 #include "zymm_settings.h"
 
@@ -20,6 +20,7 @@ enum : uint64_t { DEFAULT_LEAK_AGE_SECONDS = 600, NS_A_SECOND = 1000000000 };
 
 static std::atomic<uint64_t> s_leak_age{DEFAULT_LEAK_AGE_SECONDS};
 static std::atomic<uint32_t> s_coredump_level{0};
+static std::atomic<int>      s_huge_pages{0};
 static std::atomic<uint32_t> s_cache_page{0};
 static std::atomic<uint32_t> s_cache_inner_64k{0};
 static std::atomic<uint32_t> s_cache_outer_64k{0};
@@ -28,6 +29,23 @@ static std::atomic<uint32_t> s_page_max_cache_threads{0};
 void zymm_numa_coredump_level_set(uint32_t level)
 {
     s_coredump_level.store(level, std::memory_order_relaxed);
+}
+
+bool zymm::is_kept_from_dumps(uint64_t obj_size)
+{
+    enum : uint64_t { LARGE_BYTES = 4096 };
+    const uint32_t level = s_coredump_level.load(std::memory_order_relaxed);
+    return level >= 2 || (level == 1 && obj_size >= LARGE_BYTES);
+}
+
+void zymm_huge_pages_set(int on)
+{
+    s_huge_pages.store(on, std::memory_order_relaxed);
+}
+
+bool zymm::huge_pages_are_on()
+{
+    return s_huge_pages.load(std::memory_order_relaxed) != 0;
 }
 
 void zymm_pool_cache_num_set(uint32_t page, uint32_t inner_64k, uint32_t outer_64k,

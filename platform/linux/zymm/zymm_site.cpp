@@ -89,6 +89,16 @@ uint32_t site_number(const call_site &site)
     return number;
 }
 
+void sites_close()
+{
+    pthread_mutex_lock(&s_sites_lock);
+}
+
+void sites_open()
+{
+    pthread_mutex_unlock(&s_sites_lock);
+}
+
 call_site site_of(uint32_t number)
 {
     if (number == SITE_OTHERS || number >= MOST_SITES)

@@ -28,6 +28,10 @@ struct call_site {
 /* The site's number. Takes a lock, and signals must be blocked, only when the site is new. */
 uint32_t site_number(const call_site &site);
 
+/* A fork must find the table finished and its lock free: nothing is entered between these two. */
+void sites_close();
+void sites_open();
+
 /* The site behind a number; the text lives for ever. */
 call_site site_of(uint32_t number);
 

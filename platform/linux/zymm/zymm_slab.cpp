@@ -16,6 +16,7 @@
 #include "zymm_pool.h"
 #include "zymm_private.h"
 #include "zymm_seam.h"
+#include "zymm_settings.h"
 #include "zymm_slab.h"
 #include "zymm_store.h"
 #include "zymm_system.h"
@@ -43,6 +44,17 @@ static const char *check_spec(const slab_spec *spec)
     if (one_block && spec->max_num > UINT64_MAX / 4 / stride)
         return "one block exceeds the address space";
     return nullptr;
+}
+
+/* With the host's switch on, slabs that can fill a huge page take them; but never one block, parts
+ * of which its holder may protect. */
+static uint64_t attributes_of(const slab_spec *spec)
+{
+    const bool one_block = (spec->attr & ZYMM_EXTRA_ONE_BLOCK) != 0;
+    const uint64_t stride = stride_of(spec->obj_size, spec->align, one_block);
+    const bool fills_one = spec->max_num >= (HUGE_BYTES + stride - 1) / stride;
+    return huge_pages_are_on() && fills_one && !one_block ? spec->attr | ZYMM_EXTRA_HUGE
+                                                          : spec->attr;
 }
 
 static void reset_depots(slab *s)
@@ -77,7 +89,7 @@ static void fill_slab(slab *s, const slab_spec *spec)
 {
     memset(s->name, 0, sizeof s->name);
     strncpy_s(s->name, sizeof s->name, spec->name, sizeof s->name - 1);
-    s->attr = spec->attr;
+    s->attr = attributes_of(spec);
     s->obj_size = spec->obj_size;
     s->shape = shape_of(spec->obj_size, spec->align, (spec->attr & ZYMM_EXTRA_ONE_BLOCK) != 0);
     s->min_num = spec->min_num;
@@ -196,20 +208,27 @@ static const char *complete(slab *s, uint64_t pool_id)
     return s->handle != 0 ? nullptr : "no handle is left";
 }
 
+static slab *get_record()
+{
+    const uint64_t bytes = round_up(sizeof(slab), alignof(depot)) + node_count() * sizeof(depot);
+    slab *s = static_cast<slab *>(store_get(&s_slabs, bytes));
+    if (s != nullptr)
+        s->handle = 0;
+    return s;
+}
+
 slab *slab_create(const slab_spec *spec, const char *operation)
 {
     caches_prepare();
     const char *failure = check_spec(spec);
     slab *s = nullptr;
     if (failure == nullptr) {
-        const uint64_t bytes =
-            round_up(sizeof(slab), alignof(depot)) + node_count() * sizeof(depot);
-        s = static_cast<slab *>(store_get(&s_slabs, bytes));
+        const gate_guard no_fork;
+        s = get_record();
         failure = s == nullptr ? "no memory for its record" : nullptr;
     }
     if (failure == nullptr) {
         const gate_guard no_fork;
-        s->handle = 0;
         fill_slab(s, spec);
         list_slab(s);
         failure = complete(s, spec->pool_id);

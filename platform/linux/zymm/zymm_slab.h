@@ -188,6 +188,12 @@ uint64_t standard_piece_bytes(uint64_t stride);
 bool table_enter(slab *s, piece *p);
 void table_release(slab *s);
 
+/* Numbers that objects have or will have are below this. */
+uint64_t table_numbers(slab *s);
+
+/* The carved object with this number; `in` is null when there is none. */
+object_place place_numbered(slab *s, uint64_t number);
+
 /* --------------------------------------------------------------- depot */
 
 /* One loose object of the depot; null when there is none. No lock. */

@@ -100,6 +100,8 @@ TEST(ZymmCachedRefusal, of_a_second_free_after_a_thousand_other_objects_came_bac
 
 TEST(ZymmCachedRefusal, of_a_second_free_that_comes_with_the_objects_next_life_is_impossible)
 {
+    if (FREED_OBJECTS_WAIT)
+        GTEST_SKIP() << "in the checking build the object that was freed last is not the next one";
     const uint64_t slab   = make_cached(64);
     void *const    object = take(slab);
     EXPECT_EQ(give_as(slab, object, 77, "an_earlier_one"), 0);
