@@ -15,6 +15,10 @@ if(CMM_SANITIZE)
         target_compile_options(cmm_flags INTERFACE -Wno-error=tsan)
     endif()
 endif()
+if(CMM_CHECKING)
+    # For the slab layer; its tests ask for it, too.
+    target_compile_definitions(cmm_flags INTERFACE ZYMM_CHECKING)
+endif()
 if(CMM_COVERAGE)
     # Counters go into the library's own code alone, also where a test compiles an inline function
     # of its headers: each test is a process and would otherwise write those of the tests too.

@@ -3,6 +3,7 @@
 #
 #     tools/install_packages.sh build     what ./run needs
 #     tools/install_packages.sh test      what ./test needs besides (the default)
+#     tools/install_packages.sh bench     what ./bench needs: the build's packages and the peers
 #
 # The one place that lists them. As root it calls apt-get itself, otherwise through sudo.
 set -euo pipefail
@@ -20,6 +21,13 @@ TEST_PACKAGES=(
     libgtest-dev libgmock-dev
     python3 binutils # the checks of includes and exports
     gcovr            # the coverage of the unit tests
+    valgrind libc6-dbg # a use after free is found at its line
+)
+BENCH_PACKAGES=(
+    libbenchmark-dev python3
+    libdpdk-dev     # packet-buffer pool
+    libmimalloc2.0 libjemalloc2 libtcmalloc-minimal4
+    libradospp-dev  # buffer list
 )
 
 missing_packages()
@@ -48,7 +56,8 @@ as_root()
 case "${1:-test}" in
     build) wanted=("${BUILD_PACKAGES[@]}") ;;
     test)  wanted=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}") ;;
-    *)     echo "usage: tools/install_packages.sh [build|test]" >&2; exit 2 ;;
+    bench) wanted=("${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}") ;;
+    *)     echo "usage: tools/install_packages.sh [build|test|bench]" >&2; exit 2 ;;
 esac
 
 if ! command -v dpkg-query >/dev/null; then

@@ -62,6 +62,7 @@ static slab *class_slab(uint32_t number)
     slab *s = s_classes[number].load(std::memory_order_acquire);
     if (s != nullptr)
         return s;
+    const gate_guard no_fork; /* a child must not find the lock held by a thread that it has not */
     scoped_lock held(&s_classes_lock);
     s = s_classes[number].load(std::memory_order_relaxed);
     if (s == nullptr) {

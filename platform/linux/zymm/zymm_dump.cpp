@@ -16,20 +16,21 @@ using namespace zymm;
 
 /* One node's part of a slab. */
 struct node_counts {
-    uint64_t carved, free_count, pieces, bytes;
+    uint64_t carved, used, cached, pieces, bytes;
 };
 
 /* False when there is no such node, or no such slab any more. */
 static bool count_node(uint64_t handle, uint32_t node, node_counts *counts)
 {
-    const query_guard alive;
+    const gate_guard alive;
     slab *s = static_cast<slab *>(handle_body(handle, HANDLE_SLAB));
     if (s == nullptr || node >= s->depots)
         return false;
 
     depot *d = depot_of(s, node);
+    *counts = {0, slab_used_on(s, node), slab_cached(s, node), 0, 0};
     scoped_lock held(&d->lock);
-    *counts = {d->carved, d->free_count, 0, 0};
+    counts->carved = d->carved.load(std::memory_order_relaxed);
     for (const piece *p = d->first; p != nullptr; p = p->next) {
         counts->pieces++;
         counts->bytes += p->bytes;
@@ -41,9 +42,10 @@ static void print_nodes(uint64_t handle)
 {
     node_counts counts;
     for (uint32_t node = 0; count_node(handle, node, &counts); node++) {
-        DBG_PrintBuf("  node %u: used %lu, free %lu, pieces %lu, memory %lu bytes\n", node,
-                     counts.carved - counts.free_count, counts.free_count, counts.pieces,
-                     counts.bytes);
+        const uint64_t free = counts.carved > counts.used ? counts.carved - counts.used : 0;
+        DBG_PrintBuf("  node %u: used %lu, free %lu (%lu in threads' caches), pieces %lu, "
+                     "memory %lu bytes\n",
+                     node, counts.used, free, counts.cached, counts.pieces, counts.bytes);
     }
 }
 
@@ -81,7 +83,7 @@ static void print_groups(uint64_t obj_size, const holder_list *list)
 static bool gather(uint64_t handle, holder_list *list, uint32_t module_id, const char *func,
                    const char *operation)
 {
-    const query_guard alive;
+    const gate_guard alive;
     slab *s = static_cast<slab *>(handle_expect(handle, HANDLE_SLAB, operation, func));
     if (s == nullptr)
         return false;

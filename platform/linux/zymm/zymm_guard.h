@@ -9,7 +9,8 @@
  * In every other build there is no guard and nothing here costs anything.
  *
  * The layer itself never writes into an object that is free: what the last holder left in it stays
- * readable for those accessors of the library above that look at freed page records.
+ * readable for those accessors of the library above that look at freed page records. In the checking
+ * build that holds for the records alone: all else is filled while it waits (zymm_quarantine.h).
  */
 #pragma once
 
@@ -28,6 +29,12 @@
 #include <sanitizer/asan_interface.h>
 #endif
 
+/* Valgrind's requests are a few instructions that do nothing elsewhere. */
+#if !defined(ZYMM_ASAN) && !defined(__SANITIZE_THREAD__) && __has_include(<valgrind/memcheck.h>)
+#include <valgrind/memcheck.h>
+#define ZYMM_VALGRIND 1
+#endif
+
 namespace zymm
 {
 
@@ -39,10 +46,39 @@ enum : uint64_t { GUARD_BYTES = 0 };
 
 enum : int { GUARD_FILL = 0xC5 };
 
+/* Each object's way out and back is looked at, so no thread may keep objects to itself. */
+#if defined(ZYMM_CHECKING)
+constexpr bool GUARD_CHECKS_EACH_OBJECT = true;
+#else
+constexpr bool GUARD_CHECKS_EACH_OBJECT = false;
+#endif
+
+inline bool guard_is_valgrind()
+{
+#ifdef ZYMM_VALGRIND
+    return RUNNING_ON_VALGRIND != 0;
+#else
+    return false;
+#endif
+}
+
+/* Bytes between the objects are nobody's, not even the layer's. */
+inline bool guard_watches_gaps()
+{
+#ifdef ZYMM_ASAN
+    return true;
+#else
+    return guard_is_valgrind();
+#endif
+}
+
 inline void guard_poison([[maybe_unused]] const void *memory, [[maybe_unused]] uint64_t bytes)
 {
 #ifdef ZYMM_ASAN
     ASAN_POISON_MEMORY_REGION(memory, bytes);
+#endif
+#ifdef ZYMM_VALGRIND
+    VALGRIND_MAKE_MEM_NOACCESS(memory, bytes);
 #endif
 }
 
@@ -51,15 +87,39 @@ inline void guard_unpoison([[maybe_unused]] const void *memory, [[maybe_unused]]
 #ifdef ZYMM_ASAN
     ASAN_UNPOISON_MEMORY_REGION(memory, bytes);
 #endif
+#ifdef ZYMM_VALGRIND
+    VALGRIND_MAKE_MEM_DEFINED(memory, bytes);
+#endif
 }
 
 /* An object goes out: its bytes become usable and the guard behind them is set. */
-inline void guard_open(void *object, uint64_t obj_size)
+inline void guard_open([[maybe_unused]] void *object, [[maybe_unused]] uint64_t obj_size)
 {
 #if defined(ZYMM_CHECKING) && !defined(ZYMM_ASAN)
     memset(static_cast<char *>(object) + obj_size, GUARD_FILL, GUARD_BYTES);
 #endif
-    guard_unpoison(object, obj_size);
+#ifdef ZYMM_ASAN
+    ASAN_UNPOISON_MEMORY_REGION(object, obj_size);
+#endif
+}
+
+/* The same where it is Valgrind that watches: it learns who took the object, too. */
+inline void guard_announce([[maybe_unused]] void *object, [[maybe_unused]] uint64_t obj_size)
+{
+#ifdef ZYMM_VALGRIND
+    VALGRIND_MALLOCLIKE_BLOCK(object, obj_size, 0, 0);
+#endif
+}
+
+/* An object comes back: nobody may touch it any more. */
+inline void guard_close([[maybe_unused]] void *object, [[maybe_unused]] uint64_t stride)
+{
+#ifdef ZYMM_ASAN
+    ASAN_POISON_MEMORY_REGION(object, stride);
+#endif
+#ifdef ZYMM_VALGRIND
+    VALGRIND_FREELIKE_BLOCK(object, 0);
+#endif
 }
 
 /* False when somebody wrote past the end of the object that comes back. */

@@ -28,18 +28,17 @@ struct handle_slot {
 
 static handle_slot     s_slots[SLOTS];
 static pthread_mutex_t s_table_lock = PTHREAD_MUTEX_INITIALIZER;
-static uint32_t        s_search_from; /* where the next free slot is looked for first */
+static uint32_t        s_lowest_free; /* no slot below it is free */
 static uint64_t        s_generation;
 static std::atomic<uint64_t> s_alive{0};
 
+/* The lowest one: threads keep a table by slot, which stays as short as there are slabs at once. */
 static handle_slot *find_free_slot()
 {
-    for (uint32_t tried = 0; tried < SLOTS; tried++) {
-        handle_slot *slot = &s_slots[(s_search_from + tried) % SLOTS];
-        if (slot->handle.load(std::memory_order_relaxed) == 0) {
-            s_search_from = (s_search_from + tried + 1) % SLOTS;
+    while (s_lowest_free < SLOTS) {
+        handle_slot *slot = &s_slots[s_lowest_free++];
+        if (slot->handle.load(std::memory_order_relaxed) == 0)
             return slot;
-        }
     }
     return nullptr;
 }
@@ -82,6 +81,9 @@ void *handle_drop(uint64_t handle, handle_kind kind)
 
     void *body = slot->body.load(std::memory_order_relaxed);
     slot->handle.store(0, std::memory_order_release);
+    const uint32_t number = uint32_t(slot - s_slots);
+    if (number < s_lowest_free)
+        s_lowest_free = number;
     s_alive.fetch_sub(1, std::memory_order_relaxed);
     return body;
 }

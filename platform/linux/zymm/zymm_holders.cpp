@@ -13,64 +13,66 @@
 #include <algorithm>
 #include <string.h>
 
-#include "zyax.h"
 #include "zymm_seam.h"
 #include "zymm_slab.h"
 #include "zymm_system.h"
+#include "zymm_tick.h"
 
 namespace zymm
 {
 
 enum : uint64_t { FEWEST_ENTRIES = 64, MOST_ENTRIES = 65536, REPORTED_GROUPS = 16 };
 
-static uint64_t hash_of(const object_record *record)
+static uint64_t hash_of(const call_site &site)
 {
-    uint64_t hash = 0xcbf29ce484222325ull ^ record->module_id ^ uint64_t(record->line) << 32;
-    for (const char *at = text_of(record->func); *at != '\0'; at++)
+    uint64_t hash = 0xcbf29ce484222325ull ^ site.module_id ^ uint64_t(site.line) << 32;
+    for (const char *at = text_of(site.func); *at != '\0'; at++)
         hash = (hash ^ uint8_t(*at)) * 0x100000001b3ull;
     return hash ^ hash >> 29;
 }
 
-static bool is_same_site(const holder_group *group, const object_record *record)
+static bool is_same_site(const holder_group *group, const call_site &site)
 {
-    if (group->module_id != record->module_id || group->line != record->line)
+    if (group->module_id != site.module_id || group->line != site.line)
         return false;
-    return group->func == record->func || strcmp(text_of(group->func), text_of(record->func)) == 0;
+    return group->func == site.func || strcmp(text_of(group->func), text_of(site.func)) == 0;
 }
 
-/* The record's group, or the empty entry where it belongs; null when the table is full. */
-static holder_group *find_group(const holder_list *list, const object_record *record)
+/* The site's group, or the empty entry where it belongs; null when the table is full. */
+static holder_group *find_group(const holder_list *list, const call_site &site)
 {
-    const uint64_t hash = hash_of(record);
+    const uint64_t hash = hash_of(site);
     for (uint64_t step = 0; step < list->capacity; step++) {
         holder_group *group = &list->groups[(hash + step) & (list->capacity - 1)];
-        if (group->count == 0 || is_same_site(group, record))
+        if (group->count == 0 || is_same_site(group, site))
             return group;
     }
     return nullptr;
 }
 
-static void count_record(void *context, const object_record *record)
+static void count_object(void *context, uint64_t tag)
 {
     holder_list *list = static_cast<holder_list *>(context);
     list->objects++;
-    holder_group *group = find_group(list, record);
+    const call_site site = site_of(tag_holder(tag));
+    holder_group *group = find_group(list, site);
     const bool is_new = group != nullptr && group->count == 0;
     if (group == nullptr || (is_new && list->used > list->capacity / 2)) {
         list->ungrouped++;
         return;
     }
+    const uint32_t age = tick_now() - tag_tick(tag);
     if (is_new) {
         list->used++;
-        *group = {record->func, 0, record->since, record->module_id, record->line};
+        *group = {site.func, 0, age, site.module_id, site.line};
     }
     group->count++;
-    group->oldest = std::min(group->oldest, record->since);
+    group->oldest = std::max(group->oldest, age);
 }
 
 static bool holds_more(const holder_group &a, const holder_group &b)
 {
-    return a.count != b.count ? a.count > b.count : a.oldest < b.oldest;
+    return a.count != b.count ? a.count > b.count : a.oldest > b.oldest;
 }
 
 bool holders_gather(slab *s, holder_list *list)
@@ -84,7 +86,7 @@ bool holders_gather(slab *s, holder_list *list)
     if (memory == nullptr)
         return false;
 
-    slab_visit_out(s, count_record, list);
+    slab_visit_out(s, count_object, list);
     std::sort(list->groups, list->groups + capacity, holds_more);
     return true;
 }
@@ -94,10 +96,9 @@ void holders_release(holder_list *list)
     system_unmap(list->groups, list->capacity * sizeof(holder_group));
 }
 
-uint64_t age_seconds(uint64_t since)
+uint64_t age_seconds(uint32_t ticks)
 {
-    const uint64_t now = zyax_time_getnanosec();
-    return now > since ? (now - since) / 1000000000 : 0;
+    return (uint64_t(ticks) << TICK_SHIFT) / 1000000000;
 }
 
 void holders_report(slab *s, const char *operation, const char *caller)

@@ -13,7 +13,7 @@ struct slab;
 struct holder_group {
     const char *func; /* null marks an unused entry of the table when count is 0 */
     uint64_t    count;
-    uint64_t    oldest; /* monotonic ns of the oldest object's allocation */
+    uint32_t    oldest; /* ticks since the oldest object's allocation */
     uint32_t    module_id;
     uint32_t    line;
 };
@@ -34,7 +34,7 @@ void holders_release(holder_list *list);
  * the largest groups. */
 void holders_report(slab *s, const char *operation, const char *caller);
 
-/* Whole seconds between a time of allocation and now. */
-uint64_t age_seconds(uint64_t since);
+/* Whole seconds. */
+uint64_t age_seconds(uint32_t ticks);
 
 } // namespace zymm

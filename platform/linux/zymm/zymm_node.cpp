@@ -64,10 +64,14 @@ uint32_t node_here()
     return node % nodes;
 }
 
+bool nodes_are_made_up()
+{
+    return s_node_of_caller.load(std::memory_order_relaxed) != nullptr;
+}
+
 void node_bind(void *memory, uint64_t bytes, uint32_t node)
 {
-    const bool made_up = s_node_of_caller.load(std::memory_order_acquire) != nullptr;
-    if (node_count() == 1 || made_up)
+    if (node_count() == 1 || nodes_are_made_up())
         return;
     const unsigned long mask = 1ul << node;
     mbind(memory, bytes, MPOL_PREFERRED, &mask, MOST_NODES + 1, 0);

@@ -17,6 +17,9 @@ uint32_t node_count();
 /* Node of the calling thread, below node_count(). */
 uint32_t node_here();
 
+/* The nodes are made up (zymm_topology_set). */
+bool nodes_are_made_up();
+
 /* Prefers the node's memory for the range, which is not yet backed. Nothing on one node. */
 void node_bind(void *memory, uint64_t bytes, uint32_t node);
 

@@ -6,7 +6,7 @@
  * The first extent has the pool's size, mapped when the pool is made and backed page by page as it
  * is used (a slab's min_num is backed at its creation). Once no run is long enough, the pool grows
  * by as many extensions as the request needs, in one extent. Sizes are rounded up to whole units.
- * Objects' records lie outside of the pool.
+ * Objects' links lie outside of the pool.
  *
  * A member that took a large piece has not carved all of it. When the pool is dry and cannot grow,
  * those uncarved ends are cut off and used for whoever asks, so no member starves beside memory
@@ -84,14 +84,15 @@ static void give_locked(pool *p, char *base, uint64_t bytes)
 /* Cuts the uncarved end off a piece, whose depot is locked; the first object always stays. */
 static void cut_piece(pool *p, slab *owner, piece *from)
 {
-    uint64_t keep = from->carved > from->keep ? from->carved : from->keep;
+    const uint64_t carved = from->carved.load(std::memory_order_relaxed);
+    uint64_t keep = carved > from->keep ? carved : from->keep;
     if (keep == 0)
         keep = 1;
-    const uint64_t bytes = round_up(keep * owner->stride, UNIT_BYTES);
+    const uint64_t bytes = round_up(keep * owner->shape.stride, UNIT_BYTES);
     if (bytes >= from->bytes)
         return;
 
-    const uint64_t room = bytes / owner->stride;
+    const uint64_t room = bytes / owner->shape.stride;
     const uint32_t capacity = room < from->capacity ? uint32_t(room) : from->capacity;
     address_remove(from->base + bytes, from->bytes - bytes);
     give_locked(p, from->base + bytes, from->bytes - bytes);
@@ -201,6 +202,7 @@ using namespace zymm;
 uint64_t zymm_pool_create(const char *name, uint64_t size, uint64_t extension, uint32_t module_id,
                           const char *func)
 {
+    const gate_guard no_fork;
     const bool sizes_make_sense = size <= UINT64_MAX / 4 && extension <= UINT64_MAX / 4;
     pool *p = sizes_make_sense ? pool_make(name, size, extension) : nullptr;
     const uint64_t handle = p != nullptr ? handle_make(HANDLE_POOL, p) : 0;
@@ -226,6 +228,7 @@ int zymm_pool_destory(uint64_t handle, uint32_t module_id, const char *func)
 {
     if (handle == 0)
         return 0;
+    const gate_guard no_fork;
     pool *p = static_cast<pool *>(handle_expect(handle, HANDLE_POOL, __func__, func));
     if (p == nullptr)
         return -1;

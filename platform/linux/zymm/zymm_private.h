@@ -27,8 +27,8 @@ enum {
 typedef struct zymm_slab_extra {
     uint64_t attr;       /* ZYMM_EXTRA_* */
     uint32_t unlimited;  /* 1 = max_num is not looked at, memory is the only limit */
-    uint32_t cache_num;  /* objects a thread may cache; kept with the slab */
-    uint32_t cache_size; /* bytes a thread may cache; kept with the slab */
+    uint32_t cache_num;  /* objects a thread may cache; 0 = what cache_size says */
+    uint32_t cache_size; /* bytes a thread may cache; 0 = what the process set */
     uint32_t pad;
 } zymm_slab_extra;
 

@@ -8,16 +8,14 @@
  */
 #include <string.h>
 
-#include "zyax.h"
-#include "zymm_address.h"
 #include "zymm_handle.h"
-#include "zymm_lock.h"
 #include "zymm_node.h"
 #include "zymm_private.h"
 #include "zymm_seam.h"
 #include "zymm_settings.h"
 #include "zymm_slab.h"
 #include "zymm_system.h"
+#include "zymm_tick.h"
 
 using namespace zymm;
 
@@ -40,7 +38,7 @@ static uint64_t total_of(const slab *s)
 
 int zymm_slab_get_usage_info(uint64_t handle, uint64_t *total, uint64_t *used)
 {
-    const query_guard alive;
+    const gate_guard alive;
     slab *s = slab_behind(handle, __func__);
     if (s == nullptr)
         return -1;
@@ -56,7 +54,7 @@ int zymm_slab_get_usage_info(uint64_t handle, uint64_t *total, uint64_t *used)
 
 int zymm_slab_get_usage_by_numa(uint64_t handle, uint32_t numa_id, zymm_numa_usage *usage)
 {
-    const query_guard alive;
+    const gate_guard alive;
     slab *s = slab_behind(handle, __func__);
     if (s == nullptr)
         return -1;
@@ -65,73 +63,67 @@ int zymm_slab_get_usage_by_numa(uint64_t handle, uint32_t numa_id, zymm_numa_usa
                    static_cast<void *>(usage), numa_id);
         return -1;
     }
-    depot *d = depot_of(s, numa_id);
-    scoped_lock held(&d->lock);
-    usage->total = s->depots == 1 ? total_of(s) : d->carved;
-    usage->used = d->carved - d->free_count;
-    usage->cached = 0;
+    const uint64_t carved = depot_of(s, numa_id)->carved.load(std::memory_order_relaxed);
+    usage->total = s->depots == 1 ? total_of(s) : carved;
+    usage->used = slab_used_on(s, numa_id);
+    usage->cached = slab_cached(s, numa_id);
     return 0;
 }
 
 struct leak_count {
-    uint64_t now, age, count; /* ns, ns, objects */
+    uint64_t age, count; /* ns, objects */
 };
 
-static void count_leaked(void *context, const object_record *record)
+static void count_leaked(void *context, uint64_t tag)
 {
     leak_count *leaks = static_cast<leak_count *>(context);
-    const bool is_old = record->since <= leaks->now && leaks->now - record->since >= leaks->age;
-    leaks->count += is_old ? 1 : 0;
+    const uint64_t age = uint64_t(tick_now() - tag_tick(tag)) << TICK_SHIFT;
+    leaks->count += age >= leaks->age ? 1 : 0;
 }
 
 uint64_t zymm_slab_get_leak_number(uint64_t handle)
 {
-    const query_guard alive;
+    const gate_guard alive;
     slab *s = slab_behind(handle, __func__);
     if (s == nullptr)
         return 0;
-    leak_count leaks = {zyax_time_getnanosec(), leak_age_ns(), 0};
+    leak_count leaks = {leak_age_ns(), 0};
     slab_visit_out(s, count_leaked, &leaks);
     return leaks.count;
 }
 
-static bool is_object(piece *p, slab *s, const void *object)
-{
-    depot *d = depot_of(s, p->node);
-    scoped_lock held(&d->lock);
-    return record_at(p, object) != nullptr;
-}
-
 uint32_t zymm_object_get_numaid(uint64_t handle, const void *object)
 {
-    const query_guard alive;
+    const gate_guard alive;
     slab *s = slab_behind(handle, __func__);
     if (s == nullptr)
         return NO_NODE;
-    piece *p = address_find(object);
-    const bool is_own = p != nullptr && p->owner.load(std::memory_order_acquire) == s;
-    if (!is_own || !is_object(p, s, object)) {
+    const object_place place = place_of(s, object);
+    if (place.in == nullptr) {
         ZYMM_ERROR(__func__, "slab %s: %p is no object of it.", s->name, object);
         return NO_NODE;
     }
-    return p->node;
+    return place.in->node;
 }
 
 uint64_t zymm_object_whole_size_get(uint64_t size, uint32_t reserved, uint32_t align)
 {
     if (size > UINT64_MAX / 4)
         return 0;
-    const uint64_t stride = stride_of(size + reserved, align != 0 ? align : 8);
-    if (stride == 0)
+    const uint64_t usable_align = align != 0 ? align : 8;
+    if (stride_of(size + reserved, usable_align, false) == 0)
         return 0;
-    const uint64_t piece_bytes = standard_piece_bytes(stride);
-    const uint64_t objects = piece_bytes / stride;
-    return round_up((piece_bytes + objects - 1) / objects + sizeof(object_record), 8);
+    const object_shape shape = shape_of(size + reserved, usable_align, false);
+    const uint64_t tag = shape.tag_offset == 0 ? sizeof(object_tag) : 0;
+    const uint64_t piece_bytes = standard_piece_bytes(shape.stride);
+    const uint64_t objects = piece_bytes / shape.stride;
+    const uint64_t side = tag + sizeof(std::atomic<uint32_t>);
+    return round_up((piece_bytes + objects - 1) / objects + side, 8);
 }
 
 int zymm_slab_facts_get(uint64_t handle, zymm_slab_facts *facts, const char *operation)
 {
-    const query_guard alive;
+    const gate_guard alive;
     slab *s = slab_behind(handle, operation);
     if (s == nullptr)
         return -1;

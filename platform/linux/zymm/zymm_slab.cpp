@@ -1,20 +1,14 @@
 /*
- * Slabs: creation, destruction, and the way of an object out and back.
+ * Slabs as wholes: creation, destruction, and the walk over the objects that are out.
  *
- * An allocation asks, in this order: the depot of the calling thread's node; that depot made larger
- * by a piece; all depots at once. The last step holds all their locks, so that "nothing is free"
- * is true at one moment and not only of each depot in turn: null means that max_num objects are
- * out, or that there is no memory for more.
- *
- * A free goes by the address map: whose piece is it, does an object begin there, is it out. Each
- * answer but three times yes is a refusal that changes nothing; the line is written after the
- * lock is given up.
+ * A slab becomes known by its handle only when everything else is done, and is taken apart in the
+ * opposite order: first nobody finds it any more, then its threads' caches go, then the memory.
  */
 #include <string.h>
 
 #include "bounded.h"
 #include "zyax.h"
-#include "zymm_address.h"
+#include "zymm_cache.h"
 #include "zymm_handle.h"
 #include "zymm_holders.h"
 #include "zymm_lock.h"
@@ -22,6 +16,7 @@
 #include "zymm_pool.h"
 #include "zymm_private.h"
 #include "zymm_seam.h"
+#include "zymm_settings.h"
 #include "zymm_slab.h"
 #include "zymm_store.h"
 #include "zymm_system.h"
@@ -31,114 +26,13 @@ namespace zymm
 
 static control_store s_slabs = {PTHREAD_MUTEX_INITIALIZER, nullptr, nullptr, nullptr};
 
-/* ------------------------------------------------------------------ out */
-
-static object_record *take_from(slab *s, uint32_t node, const holder *who)
-{
-    depot *d = depot_of(s, node);
-    scoped_lock held(&d->lock);
-    return depot_take(s, d, who);
-}
-
-static object_record *take_from_any(slab *s, const holder *who)
-{
-    object_record *record = nullptr;
-    for (uint32_t node = 0; node < s->depots; node++)
-        pthread_mutex_lock(&depot_of(s, node)->lock);
-    for (uint32_t node = 0; node < s->depots && record == nullptr; node++)
-        record = depot_take(s, depot_of(s, node), who);
-    for (uint32_t node = s->depots; node > 0; node--)
-        pthread_mutex_unlock(&depot_of(s, node - 1)->lock);
-    return record;
-}
-
-void *slab_alloc(slab *s, uint32_t module_id, const char *func, uint32_t line)
-{
-    const holder who = {func, module_id, line, zyax_time_getnanosec()};
-    const uint32_t home = node_here();
-    object_record *record = take_from(s, home, &who);
-    if (record == nullptr)
-        record = slab_grow(s, home, &who);
-    if (record == nullptr)
-        record = take_from_any(s, &who);
-    if (record == nullptr)
-        return nullptr;
-
-    void *object = object_of(record);
-    if ((s->attr & ZYMM_EXTRA_CLEARED) != 0)
-        memset(object, 0, s->obj_size);
-    return object;
-}
-
-/* ------------------------------------------------------------------ back */
-
-enum free_verdict { FREE_DONE, FREE_DONE_OVERRUN, FREE_TWICE, FREE_NO_OBJECT };
-
-static holder holder_of(const object_record *record)
-{
-    return {record->func, record->module_id, record->line, 0};
-}
-
-/* Gives the object back if it is out; *before is who held it, or gave it back before. */
-static free_verdict give_back(slab *s, piece *p, const void *object, const holder *who,
-                              holder *before)
-{
-    depot *d = depot_of(s, p->node);
-    scoped_lock held(&d->lock);
-    object_record *record = record_at(p, object);
-    if (record == nullptr)
-        return FREE_NO_OBJECT;
-
-    *before = holder_of(record);
-    if (record->state != OBJECT_OUT)
-        return FREE_TWICE;
-    const bool whole = guard_is_whole(object, s->obj_size);
-    depot_give(d, record, who);
-    return whole ? FREE_DONE : FREE_DONE_OVERRUN;
-}
-
-static void report_free(free_verdict verdict, const slab *s, const void *object, const holder *who,
-                        const holder *before, const char *operation)
-{
-    const char *func = text_of(who->func);
-    const char *other = text_of(before->func);
-    if (verdict == FREE_TWICE)
-        ZYMM_ERROR(operation,
-                   "slab %s: object %p freed twice, by %u %s; already freed by %u %s, allocated "
-                   "at line %u.",
-                   s->name, object, who->module_id, func, before->module_id, other, before->line);
-    if (verdict == FREE_NO_OBJECT)
-        ZYMM_ERROR(operation, "slab %s: %p is no object of it, freed by %u %s.", s->name, object,
-                   who->module_id, func);
-    if (verdict == FREE_DONE_OVERRUN)
-        ZYMM_ERROR(operation,
-                   "slab %s: object %p was written past its end; held by %u %s line %u, freed by "
-                   "%u %s.",
-                   s->name, object, before->module_id, other, before->line, who->module_id, func);
-}
-
-int slab_free(slab *s, void *object, uint32_t module_id, const char *func, const char *operation)
-{
-    const holder who = {func, module_id, 0, 0};
-    holder before = {nullptr, 0, 0, 0};
-    free_verdict verdict = FREE_NO_OBJECT;
-    piece *p = address_find(object);
-    if (p != nullptr && p->owner.load(std::memory_order_acquire) == s)
-        verdict = give_back(s, p, object, &who, &before);
-    if (verdict == FREE_DONE)
-        return 0;
-
-    report_free(verdict, s, object, &who, &before, operation);
-    return verdict == FREE_DONE_OVERRUN ? 0 : -1;
-}
-
 /* ------------------------------------------------------------------ whole slabs */
 
 /* Null when the wishes can be served, else what is wrong with them. */
 static const char *check_spec(const slab_spec *spec)
 {
-    const uint64_t stride = stride_of(spec->obj_size, spec->align);
     const bool one_block = (spec->attr & ZYMM_EXTRA_ONE_BLOCK) != 0;
+    const uint64_t stride = stride_of(spec->obj_size, spec->align, one_block);
     if (!is_power_of_two(spec->align) || spec->align > HUGE_BYTES)
         return "the alignment is no power of two up to 2 MiB";
     if (stride == 0)
@@ -152,26 +46,52 @@ static const char *check_spec(const slab_spec *spec)
     return nullptr;
 }
 
+/* With the host's switch on, slabs that can fill a huge page take them; but never one block, parts
+ * of which its holder may protect. */
+static uint64_t attributes_of(const slab_spec *spec)
+{
+    const bool one_block = (spec->attr & ZYMM_EXTRA_ONE_BLOCK) != 0;
+    const uint64_t stride = stride_of(spec->obj_size, spec->align, one_block);
+    const bool fills_one = spec->max_num >= (HUGE_BYTES + stride - 1) / stride;
+    return huge_pages_are_on() && fills_one && !one_block ? spec->attr | ZYMM_EXTRA_HUGE
+                                                          : spec->attr;
+}
+
 static void reset_depots(slab *s)
 {
     for (uint32_t node = 0; node < s->depots; node++) {
         depot *d = depot_of(s, node);
-        d->free_top = nullptr;
-        d->free_count = 0;
-        d->carved = 0;
         d->first = nullptr;
         d->last = nullptr;
         d->carving = nullptr;
+        d->carved.store(0, std::memory_order_relaxed);
+        /* The tags of the heads go on counting: the record may have been another slab's. */
+        d->loose.fetch_and(~uint64_t(UINT32_MAX), std::memory_order_relaxed);
     }
+}
+
+static void reset_counts(slab *s)
+{
+    s->carved.store(0, std::memory_order_relaxed);
+    s->capacity.store(0, std::memory_order_relaxed);
+    s->pieces.store(0, std::memory_order_relaxed);
+    s->levels[0].store(s->first_pieces, std::memory_order_relaxed);
+    s->open.fetch_and(~uint64_t(UINT32_MAX), std::memory_order_relaxed);
+    s->gone_allocs.store(0, std::memory_order_relaxed);
+    s->gone_frees.store(0, std::memory_order_relaxed);
+    for (std::atomic<int64_t> &out : s->gone_out)
+        out.store(0, std::memory_order_relaxed);
+    s->waiting.count.store(0, std::memory_order_relaxed);
+    s->waiting.oldest = 0;
 }
 
 static void fill_slab(slab *s, const slab_spec *spec)
 {
     memset(s->name, 0, sizeof s->name);
     strncpy_s(s->name, sizeof s->name, spec->name, sizeof s->name - 1);
-    s->attr = spec->attr;
+    s->attr = attributes_of(spec);
     s->obj_size = spec->obj_size;
-    s->stride = stride_of(spec->obj_size, spec->align);
+    s->shape = shape_of(spec->obj_size, spec->align, (spec->attr & ZYMM_EXTRA_ONE_BLOCK) != 0);
     s->min_num = spec->min_num;
     s->max_num = spec->max_num;
     s->group = spec->group;
@@ -182,30 +102,76 @@ static void fill_slab(slab *s, const slab_spec *spec)
     s->cache_num = spec->cache_num;
     s->cache_size = spec->cache_size;
     s->unlimited = spec->unlimited;
-    s->carved.store(0, std::memory_order_relaxed);
-    s->capacity.store(0, std::memory_order_relaxed);
+    s->cache_limit = cache_limit_for(s);
+    s->is_lost = false;
+    s->caches = nullptr;
+    reset_counts(s);
     reset_depots(s);
 }
 
-static pthread_rwlock_t s_lifetime = PTHREAD_RWLOCK_INITIALIZER;
+static pthread_rwlock_t s_gate = PTHREAD_RWLOCK_INITIALIZER;
+static pthread_mutex_t  s_list_lock = PTHREAD_MUTEX_INITIALIZER;
+static slab            *s_all_slabs;
 
-query_guard::query_guard()
+gate_guard::gate_guard()
 {
-    pthread_rwlock_rdlock(&s_lifetime);
+    pthread_rwlock_rdlock(&s_gate);
 }
 
-query_guard::~query_guard()
+gate_guard::~gate_guard()
 {
-    pthread_rwlock_unlock(&s_lifetime);
+    pthread_rwlock_unlock(&s_gate);
+}
+
+void gate_close()
+{
+    pthread_rwlock_wrlock(&s_gate);
+}
+
+void gate_open()
+{
+    pthread_rwlock_unlock(&s_gate);
+}
+
+/* The lock knows its writer by the thread's number, which is another one in the child. */
+void gate_reset()
+{
+    s_gate = PTHREAD_RWLOCK_INITIALIZER;
+}
+
+void slabs_lose_unforked()
+{
+    for (slab *s = s_all_slabs; s != nullptr; s = s->next_slab)
+        s->is_lost = (s->attr & ZYMM_SLAB_NOFORK) != 0;
+}
+
+static void list_slab(slab *s)
+{
+    scoped_lock held(&s_list_lock);
+    s->prev_slab = nullptr;
+    s->next_slab = s_all_slabs;
+    if (s_all_slabs != nullptr)
+        s_all_slabs->prev_slab = s;
+    s_all_slabs = s;
+}
+
+static void unlist_slab(slab *s)
+{
+    scoped_lock held(&s_list_lock);
+    if (s->prev_slab != nullptr)
+        s->prev_slab->next_slab = s->next_slab;
+    else
+        s_all_slabs = s->next_slab;
+    if (s->next_slab != nullptr)
+        s->next_slab->prev_slab = s->prev_slab;
 }
 
 /* Queries that found the slab are through when this returns, and no further one finds it. */
 static void make_unknown(slab *s)
 {
-    pthread_rwlock_wrlock(&s_lifetime);
+    gate_close();
     handle_drop(s->handle, HANDLE_SLAB);
-    pthread_rwlock_unlock(&s_lifetime);
-    s->handle = 0;
+    gate_open();
 }
 
 /* Gives everything back that a slab has, also one that was never finished. */
@@ -213,6 +179,12 @@ static void dissolve(slab *s)
 {
     if (s->handle != 0)
         make_unknown(s);
+    const gate_guard no_fork;
+    caches_dissolve(s);
+    if (!s->is_lost)
+        quarantine_empty(s); /* which looks at each object for the last time */
+    s->handle = 0;
+    unlist_slab(s);
     if (s->enclosing != nullptr)
         pool_unlist(s->enclosing, s);
     slab_release(s);
@@ -236,19 +208,29 @@ static const char *complete(slab *s, uint64_t pool_id)
     return s->handle != 0 ? nullptr : "no handle is left";
 }
 
+static slab *get_record()
+{
+    const uint64_t bytes = round_up(sizeof(slab), alignof(depot)) + node_count() * sizeof(depot);
+    slab *s = static_cast<slab *>(store_get(&s_slabs, bytes));
+    if (s != nullptr)
+        s->handle = 0;
+    return s;
+}
+
 slab *slab_create(const slab_spec *spec, const char *operation)
 {
+    caches_prepare();
     const char *failure = check_spec(spec);
     slab *s = nullptr;
     if (failure == nullptr) {
-        const uint64_t bytes =
-            round_up(sizeof(slab), alignof(depot)) + node_count() * sizeof(depot);
-        s = static_cast<slab *>(store_get(&s_slabs, bytes));
+        const gate_guard no_fork;
+        s = get_record();
         failure = s == nullptr ? "no memory for its record" : nullptr;
     }
     if (failure == nullptr) {
-        s->handle = 0;
+        const gate_guard no_fork;
         fill_slab(s, spec);
+        list_slab(s);
         failure = complete(s, spec->pool_id);
     }
     if (failure == nullptr)
@@ -269,28 +251,13 @@ void slab_destroy(slab *s, const char *operation, const char *caller)
     dissolve(s);
 }
 
-uint64_t slab_used(slab *s)
+static void visit_piece(const piece *p, visit_fn visit, void *context)
 {
-    uint64_t used = 0;
-    for (uint32_t node = 0; node < s->depots; node++) {
-        depot *d = depot_of(s, node);
-        scoped_lock held(&d->lock);
-        used += d->carved - d->free_count;
-    }
-    return used;
-}
-
-static void visit_piece(depot *d, piece *p, visit_fn visit, void *context)
-{
-    enum : uint32_t { OBJECTS_A_LOCK = 1024 };
-    for (uint32_t from = 0;; from += OBJECTS_A_LOCK) {
-        scoped_lock held(&d->lock);
-        for (uint32_t index = from; index < p->carved && index - from < OBJECTS_A_LOCK; index++) {
-            if (p->records[index].state == OBJECT_OUT)
-                visit(context, &p->records[index]);
-        }
-        if (p->carved <= from + OBJECTS_A_LOCK)
-            return;
+    const uint32_t carved = p->carved.load(std::memory_order_acquire);
+    for (object_place at = {const_cast<piece *>(p), 0}; at.index < carved; at.index++) {
+        const uint64_t tag = at.tag()->load(std::memory_order_relaxed);
+        if (is_out(tag))
+            visit(context, tag);
     }
 }
 
@@ -302,10 +269,11 @@ static piece *piece_after(depot *d, const piece *p)
 
 void slab_visit_out(slab *s, visit_fn visit, void *context)
 {
-    for (uint32_t node = 0; node < s->depots; node++) {
+    tick_refresh();
+    for (uint32_t node = 0; node < s->depots && !s->is_lost; node++) {
         depot *d = depot_of(s, node);
         for (piece *p = piece_after(d, nullptr); p != nullptr; p = piece_after(d, p))
-            visit_piece(d, p, visit, context);
+            visit_piece(p, visit, context);
     }
 }
 

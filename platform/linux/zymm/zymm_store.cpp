@@ -19,18 +19,27 @@ enum : uint64_t { LINE_BYTES = 64, BLOCKS_A_MAPPING = 8 };
 
 static std::atomic<uint64_t> s_store_bytes{0};
 
-static bool refill(control_store *store, uint64_t bytes)
+void *store_map(uint64_t bytes)
 {
-    const uint64_t wanted = bytes * BLOCKS_A_MAPPING;
-    const uint64_t size = wanted < UNIT_BYTES ? uint64_t(UNIT_BYTES) : round_up(wanted, PAGE_BYTES);
+    const uint64_t size = round_up(bytes, PAGE_BYTES);
     void *memory =
         mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED)
+        return nullptr;
+    s_store_bytes.fetch_add(size, std::memory_order_relaxed);
+    return memory;
+}
+
+static bool refill(control_store *store, uint64_t bytes)
+{
+    const uint64_t wanted = bytes * BLOCKS_A_MAPPING;
+    const uint64_t size = wanted < UNIT_BYTES ? uint64_t(UNIT_BYTES) : wanted;
+    void *memory = store_map(size);
+    if (memory == nullptr)
         return false;
 
     store->next = static_cast<char *>(memory);
-    store->end = store->next + size;
-    s_store_bytes.fetch_add(size, std::memory_order_relaxed);
+    store->end = store->next + round_up(size, PAGE_BYTES);
     return true;
 }
 

@@ -28,6 +28,9 @@ struct control_store {
 void *store_get(control_store *store, uint64_t bytes);
 void  store_put(control_store *store, void *block);
 
+/* Zeroed memory for a record that is too large for a store and stays for ever; null without. */
+void *store_map(uint64_t bytes);
+
 /* Bytes mapped for all stores. */
 uint64_t store_mapped_bytes();
 

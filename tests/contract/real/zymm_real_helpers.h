@@ -27,6 +27,20 @@ constexpr uint64_t RED_ZONE = 16;
 constexpr uint64_t RED_ZONE = 0;
 #endif
 
+/* Bytes from one object of 64 bytes to the next: its tag lies behind it unless every gap is watched. */
+#if defined(__SANITIZE_ADDRESS__)
+constexpr uint64_t STRIDE_OF_64 = 64 + RED_ZONE;
+#else
+constexpr uint64_t STRIDE_OF_64 = 64 + RED_ZONE + 8;
+#endif
+
+/* In the checking build a freed object is filled and waits before it goes out again. */
+#if defined(ZYMM_CHECKING)
+constexpr bool FREED_OBJECTS_WAIT = true;
+#else
+constexpr bool FREED_OBJECTS_WAIT = false;
+#endif
+
 /* Under these sanitizers mlock does nothing and the address space must not be limited. */
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool SANITIZED = true;

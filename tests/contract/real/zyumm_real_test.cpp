@@ -39,9 +39,10 @@ TEST(ZyummReal, a_pool_without_a_limit_counts_what_it_has_carved)
         taken.pop_back();
     }
     EXPECT_EQ(get_mpool_alloc_info(pool, &total, &allocated), 0);
-    EXPECT_EQ(total, 100000u);
+    EXPECT_GE(total, 100000u);
+    EXPECT_LT(total, 100016u); /* up to 16 come into being at once */
     EXPECT_EQ(allocated, 60000u);
-    EXPECT_EQ(mmGetObjectSum(pool), 100000u);
+    EXPECT_EQ(mmGetObjectSum(pool), total);
     EXPECT_EQ(mmGetBusyObjectSum(pool), 60000u);
     EXPECT_EQ(mmGetUesdInfo(pool), 60000u);
     for (void *object : taken)
