@@ -1,8 +1,5 @@
 /*
- * Bounded copies and formatting.
- *
- * memcpy_s carries the data of every I/O: three comparisons, then a jump into the C library's
- * memcpy.
+ * Bounded filling and formatting; bounded_copy.cpp copies.
  */
 #include "zyax_local.h"
 
@@ -10,21 +7,6 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
-
-int memcpy_s(void *dst, size_t dst_max, const void *src, size_t count)
-{
-    if (dst == nullptr || src == nullptr || count > dst_max)
-        return EINVAL;
-
-    /* Unsigned distances: one of them is below the count exactly when the ranges overlap. */
-    const uintptr_t to = reinterpret_cast<uintptr_t>(dst);
-    const uintptr_t from = reinterpret_cast<uintptr_t>(src);
-    if (to - from < count || from - to < count)
-        return EINVAL;
-
-    memcpy(dst, src, count);
-    return 0;
-}
 
 int memset_s(void *dst, size_t dst_max, int value, size_t count)
 {

@@ -14,6 +14,7 @@
 #include "dbg_console.h"
 #include "zyax.h"
 #include "zyax_console.h"
+#include "zyax_copy.h"
 #include "zyax_log.h"
 #include "zylog.h"
 #pragma GCC visibility pop

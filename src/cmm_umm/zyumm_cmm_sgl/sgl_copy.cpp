@@ -62,14 +62,23 @@ struct out_of_chain {
     }
 };
 
-static int copy_piece(const piece &part)
+/* False when the copy failed; `failed` is the piece then. */
+static inline bool copy_piece(const piece &part, piece *failed)
 {
-    return memcpy_s(part.dst, part.len, part.src, part.len);
+    if (memcpy_s(part.dst, part.len, part.src, part.len) == 0)
+        return true;
+    *failed = part;
+    return false;
 }
 
 /* ------------------------------------------------------------------ one entry, data measure */
 
-/* False when the copy of a piece failed, which `failed` is then. */
+/*
+ * What begins inside a sector, or is shorter than one; whole sectors; what is left of the last one.
+ * Only the sectors in the middle are many, and for them nothing is computed but two addresses.
+ *
+ * False when the copy of a piece failed, which `failed` is then.
+ */
 template <typename Way>
 static bool copy_sectors(const SGL_ENTRY *entry, uint32_t offset, typename Way::bytes side,
                          uint32_t length, piece *failed)
@@ -77,20 +86,19 @@ static bool copy_sectors(const SGL_ENTRY *entry, uint32_t offset, typename Way::
     uint8_t *sector = entry->buf + size_t(offset / PAGE_SECTOR_DATA_SIZE) * PAGE_SECTOR_SIZE;
     offset %= PAGE_SECTOR_DATA_SIZE;
 
-    for (;;) {
-        const uint32_t count = std::min(PAGE_SECTOR_DATA_SIZE - offset, length);
-        const piece    part  = Way::between(sector + offset, side, count, offset);
-        if (copy_piece(part) != 0) {
-            *failed = part;
-            return false;
-        }
-        length -= count;
-        if (length == 0)
-            return true;
-        side += count;
-        offset = 0;
+    const uint32_t count = std::min(PAGE_SECTOR_DATA_SIZE - offset, length);
+    if (!copy_piece(Way::between(sector + offset, side, count, offset), failed))
+        return false;
+    side += count;
+    length -= count;
+    for (; length >= PAGE_SECTOR_DATA_SIZE; length -= PAGE_SECTOR_DATA_SIZE) {
         sector += PAGE_SECTOR_SIZE;
+        if (!copy_piece(Way::between(sector, side, PAGE_SECTOR_DATA_SIZE, 0), failed))
+            return false;
+        side += PAGE_SECTOR_DATA_SIZE;
     }
+    return length == 0 ||
+           copy_piece(Way::between(sector + PAGE_SECTOR_SIZE, side, length, 0), failed);
 }
 
 int32_t copyDataFromBufferToEntryIgnoreDif(SGL_ENTRY *entry, uint32_t offset, const void *buffer,
@@ -131,23 +139,32 @@ enum class copy_end {
     CHAIN_ENDED
 };
 
-/* What tells the chain copies apart besides direction and words. */
+/* What tells the chain copies apart besides direction and words: a parameter of the core, so that
+ * each copy is an instance of it that calls what it needs directly. */
 template <typename Way>
 struct copy_measure {
     int32_t (*find)(SGL *sgl, uint32_t offset, SGL **cur_sgl, uint32_t *index,
                     uint32_t *entry_offset);
     uint32_t mask; /* over an entry's len */
-    int32_t (*copy)(SGL_ENTRY *entry, uint32_t offset, typename Way::buffer buffer,
-                    uint32_t length);
+    bool (*copy)(SGL_ENTRY *entry, uint32_t offset, typename Way::bytes side, uint32_t length);
 };
 
 /* A piece of an entry in the full measure: plain memory. */
 template <typename Way>
-static int32_t copy_plain(SGL_ENTRY *entry, uint32_t offset, typename Way::buffer buffer,
-                          uint32_t length)
+static bool copy_plain(SGL_ENTRY *entry, uint32_t offset, typename Way::bytes side, uint32_t length)
 {
-    const auto side = static_cast<typename Way::bytes>(buffer);
-    return copy_piece(Way::between(entry->buf + offset, side, length, offset));
+    piece unread;
+    return copy_piece(Way::between(entry->buf + offset, side, length, offset), &unread);
+}
+
+static bool copy_into_entry(SGL_ENTRY *entry, uint32_t offset, const uint8_t *side, uint32_t length)
+{
+    return copyDataFromBufferToEntryIgnoreDif(entry, offset, side, length) == 0;
+}
+
+static bool copy_out_of_entry(SGL_ENTRY *entry, uint32_t offset, uint8_t *side, uint32_t length)
+{
+    return copyDataFromEntryToBufferIgnoreDif(entry, offset, side, length) == 0;
 }
 
 static constexpr copy_measure<into_chain> FULL_INTO = {
@@ -155,29 +172,29 @@ static constexpr copy_measure<into_chain> FULL_INTO = {
 static constexpr copy_measure<out_of_chain> FULL_OUT = {
     getCurrentSglByOffset, SGL_FULL_MEASURE, copy_plain<out_of_chain>};
 static constexpr copy_measure<into_chain> DATA_INTO = {
-    getCurrentSglByOffsetIgnoreDif, SGL_DATA_MEASURE, copyDataFromBufferToEntryIgnoreDif};
+    getCurrentSglByOffsetIgnoreDif, SGL_DATA_MEASURE, copy_into_entry};
 static constexpr copy_measure<out_of_chain> DATA_OUT = {
-    getCurrentSglByOffsetIgnoreDif, SGL_DATA_MEASURE, copyDataFromEntryToBufferIgnoreDif};
+    getCurrentSglByOffsetIgnoreDif, SGL_DATA_MEASURE, copy_out_of_entry};
 
 /* `sgl` is not null; `failed` is the piece whose copy failed when the copy ended so. */
-template <typename Way>
-static copy_end copy_chain(const copy_measure<Way> &measure, SGL *sgl, uint32_t offset,
-                           typename Way::buffer buffer, uint32_t length, piece *failed)
+template <typename Way, const copy_measure<Way> &MEASURE>
+static copy_end copy_chain(SGL *sgl, uint32_t offset, typename Way::buffer buffer, uint32_t length,
+                           piece *failed)
 {
     if (buffer == nullptr)
         return copy_end::NO_BUFFER;
 
     SGL     *cur   = nullptr;
     uint32_t index = 0;
-    if (measure.find(sgl, offset, &cur, &index, &offset) != 0)
+    if (MEASURE.find(sgl, offset, &cur, &index, &offset) != 0)
         return copy_end::NOT_FOUND;
 
     auto     side       = static_cast<typename Way::bytes>(buffer);
     copy_end on_failure = copy_end::FIRST_FAILED;
     while (cmm_settle_position(&cur, &index)) {
         SGL_ENTRY     *entry = &cur->entries[index];
-        const uint32_t count = std::min((entry->len & measure.mask) - offset, length);
-        if (measure.copy(entry, offset, side, count) != 0) {
+        const uint32_t count = std::min((entry->len & MEASURE.mask) - offset, length);
+        if (!MEASURE.copy(entry, offset, side, count)) {
             *failed = Way::between(entry->buf + offset, side, count, offset);
             return on_failure;
         }
@@ -185,7 +202,7 @@ static copy_end copy_chain(const copy_measure<Way> &measure, SGL *sgl, uint32_t 
         length -= count;
         offset     = 0;
         on_failure = copy_end::LATER_FAILED;
-        move2NextEntryAndModifyPSgl(&cur, &index);
+        ++index;
         if (length == 0)
             return copy_end::DONE;
     }
@@ -209,12 +226,12 @@ static copy_end copy_chain(const copy_measure<Way> &measure, SGL *sgl, uint32_t 
  * direction is an instance of its own, and so are the limiters in it: a flood of failed reads does
  * not silence the first failed write.
  */
-template <typename Way>
-static int32_t full_copy(const copy_measure<Way> &measure, SGL *sgl, uint32_t offset,
-                         typename Way::buffer buffer, uint32_t length, const char *func)
+template <typename Way, const copy_measure<Way> &MEASURE>
+static int32_t full_copy(SGL *sgl, uint32_t offset, typename Way::buffer buffer, uint32_t length,
+                         const char *func)
 {
     piece failed = {};
-    switch (copy_chain(measure, sgl, offset, buffer, length, &failed)) {
+    switch (copy_chain<Way, MEASURE>(sgl, offset, buffer, length, &failed)) {
     case copy_end::DONE:
         return 0;
     case copy_end::NO_BUFFER:
@@ -239,12 +256,12 @@ static int32_t full_copy(const copy_measure<Way> &measure, SGL *sgl, uint32_t of
     return -1;
 }
 
-template <typename Way>
-static int32_t data_copy(const copy_measure<Way> &measure, SGL *sgl, uint32_t offset,
-                         typename Way::buffer buffer, uint32_t length, const char *func)
+template <typename Way, const copy_measure<Way> &MEASURE>
+static int32_t data_copy(SGL *sgl, uint32_t offset, typename Way::buffer buffer, uint32_t length,
+                         const char *func)
 {
     piece failed = {};
-    switch (copy_chain(measure, sgl, offset, buffer, length, &failed)) {
+    switch (copy_chain<Way, MEASURE>(sgl, offset, buffer, length, &failed)) {
     case copy_end::DONE:
         return 0;
     case copy_end::NO_BUFFER:
@@ -275,7 +292,7 @@ int32_t copyDataFromBufferToSgl(SGL *dstSgl, uint32_t offset, const void *buffer
         return -1;
     }
 
-    return full_copy(FULL_INTO, dstSgl, offset, buffer, length, __func__);
+    return full_copy<into_chain, FULL_INTO>(dstSgl, offset, buffer, length, __func__);
 }
 
 int32_t copyDataFromSglToBuffer(SGL *srcSgl, uint32_t offset, void *buffer, uint32_t length)
@@ -285,7 +302,7 @@ int32_t copyDataFromSglToBuffer(SGL *srcSgl, uint32_t offset, void *buffer, uint
         return -1;
     }
 
-    return full_copy(FULL_OUT, srcSgl, offset, buffer, length, __func__);
+    return full_copy<out_of_chain, FULL_OUT>(srcSgl, offset, buffer, length, __func__);
 }
 
 int32_t copyDataFromBufferToSglIgnoreDif(SGL *dstSgl, uint32_t offset, const void *buffer,
@@ -296,7 +313,7 @@ int32_t copyDataFromBufferToSglIgnoreDif(SGL *dstSgl, uint32_t offset, const voi
         return -1;
     }
 
-    return data_copy(DATA_INTO, dstSgl, offset, buffer, length, __func__);
+    return data_copy<into_chain, DATA_INTO>(dstSgl, offset, buffer, length, __func__);
 }
 
 int32_t copyDataFromSglToBufferIgnoreDif(SGL *srcSgl, uint32_t offset, void *buffer,
@@ -307,5 +324,5 @@ int32_t copyDataFromSglToBufferIgnoreDif(SGL *srcSgl, uint32_t offset, void *buf
         return -1;
     }
 
-    return data_copy(DATA_OUT, srcSgl, offset, buffer, length, __func__);
+    return data_copy<out_of_chain, DATA_OUT>(srcSgl, offset, buffer, length, __func__);
 }

@@ -35,8 +35,9 @@ int32_t traversePageInSgl(SGL *sgl, cmm_page_op_fn operation, uint32_t value, co
                             static_cast<void *>(sgl), static_cast<void *>(cur), total, done);
             return -1;
         }
+        cmm_ask_for_record(cur, index + CMM_RECORDS_AHEAD);
         operation(cur->entries[index].pageCtrl, value, text);
-        move2NextEntryAndModifyPSgl(&cur, &index);
+        ++index;
     }
     return 0;
 }

@@ -122,6 +122,13 @@ TEST_P(SglCopyEntry, integrity_bytes_are_skipped_between_sectors)
     EXPECT_EQ(copies(), (std::vector<ends>{{500, 0, 12}, {520, 12, 512}, {1040, 524, 476}}));
 }
 
+TEST_P(SglCopyEntry, a_sector_but_for_its_last_byte_is_copied_no_further)
+{
+    EXPECT_EQ(copy(0, 1024 + 511), 0);
+
+    EXPECT_EQ(copies(), (std::vector<ends>{{0, 0, 512}, {520, 512, 512}, {1040, 1024, 511}}));
+}
+
 TEST_P(SglCopyEntry, a_page_is_sixteen_copies)
 {
     EXPECT_EQ(copy(0, 8192), 0);
