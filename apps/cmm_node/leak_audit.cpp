@@ -3,6 +3,9 @@
  */
 #include "leak_audit.h"
 
+#include <chrono>
+#include <thread>
+
 #include "dbg_console.h"
 #include "node_identity.h"
 #include "zymm.h"
@@ -32,6 +35,16 @@ leak_audit audit_objects()
 {
     return {objects_out(s_page_partition_id), objects_out(g_sgl_partition_id),
             objects_out(g_req_partition_id), objects_out(s_page_request_id)};
+}
+
+leak_audit audit_at_the_end()
+{
+    leak_audit audit = audit_objects();
+    for (int look = 0; audit.queued != 0 && look < 1000; ++look) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        audit = audit_objects();
+    }
+    return audit;
 }
 
 void print_holders(const leak_audit &audit)

@@ -122,7 +122,7 @@ int run_node(const node_options &options)
     serving.stop();
 
     result.read_pools();
-    result.audit = audit_objects();
+    result.audit = audit_at_the_end();
     print_holders(result.audit);
     result.stopped_clean = library.stop();
     clear_away(options, sources, store, io.failures, result);

@@ -53,6 +53,14 @@ protected:
         return chain;
     }
 
+    /* The walk frees an expired record only after its call-back, so whoever was told may look too
+     * early. */
+    static void wait_until_clean()
+    {
+        while (!audit_objects().clean())
+            std::this_thread::yield();
+    }
+
     uint64_t pages_out() const { return audit_objects().pages; }
 
     io_context                   io_{2, 30};

@@ -74,7 +74,7 @@ TEST_F(NodeParts, who_waits_too_long_is_told_so)
     EXPECT_EQ(io_.pages.queued, 1u);
     EXPECT_EQ(io_.pages.served, 0u);
     EXPECT_EQ(io_.pages.timed_out, 1u);
-    EXPECT_TRUE(audit_objects().clean());
+    wait_until_clean();
     EXPECT_TRUE(library_->stop());
 }
 
