@@ -245,36 +245,31 @@ static void count_free(slab *s, thread_cache *c, uint32_t node)
     cache_count(c, node, -1);
 }
 
-/* The cache is entered. */
+/* Into the cache, which is entered, or to the depot when there is none. */
+static free_verdict give_to(slab *s, thread_cache *c, const object_place &place, uint32_t site,
+                            uint64_t *before)
+{
+    const free_verdict verdict = mark_free(s, place, site, before);
+    if (verdict != FREE_DONE && verdict != FREE_DONE_OVERRUN)
+        return verdict;
+
+    guard_close(place.object(), s->shape.stride);
+    if constexpr (GUARD_CHECKS_EACH_OBJECT)
+        quarantine_put(s, place);
+    else if (c != nullptr)
+        cache_give(c, place);
+    else
+        loose_push(place);
+    count_free(s, c, place.in->node);
+    return verdict;
+}
+
 static free_verdict give_with_cache(slab *s, thread_cache *c, const object_place &place,
                                     const call_site &who, uint32_t site, uint64_t *before)
 {
     cache_meet_giver(c, who, site);
-    const free_verdict verdict = mark_free(s, place, site, before);
-    if (verdict == FREE_DONE || verdict == FREE_DONE_OVERRUN) {
-        guard_close(place.object(), s->shape.stride);
-        if constexpr (GUARD_CHECKS_EACH_OBJECT)
-            quarantine_put(s, place);
-        else
-            cache_give(c, place);
-        count_free(s, c, place.in->node);
-    }
+    const free_verdict verdict = give_to(s, c, place, site, before);
     cache_leave(c);
-    return verdict;
-}
-
-static free_verdict give_to_depot(slab *s, const object_place &place, uint32_t site,
-                                  uint64_t *before)
-{
-    const free_verdict verdict = mark_free(s, place, site, before);
-    if (verdict == FREE_DONE || verdict == FREE_DONE_OVERRUN) {
-        guard_close(place.object(), s->shape.stride);
-        if constexpr (GUARD_CHECKS_EACH_OBJECT)
-            quarantine_put(s, place);
-        else
-            loose_push(place);
-        count_free(s, nullptr, place.in->node);
-    }
     return verdict;
 }
 
@@ -287,10 +282,10 @@ static free_verdict give_back(slab *s, const object_place &place, const call_sit
         return give_with_cache(s, c, place, who, site, before);
     if (thread_is_busy()) {
         const in_hand marked(s);
-        return give_to_depot(s, place, site, before);
+        return give_to(s, nullptr, place, site, before);
     }
     registry_guard held;
-    return give_to_depot(s, place, site, before);
+    return give_to(s, nullptr, place, site, before);
 }
 
 static void report_free(free_verdict verdict, const slab *s, const void *object,
