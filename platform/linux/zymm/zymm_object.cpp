@@ -20,6 +20,7 @@
 #include "zymm_holders.h"
 #include "zymm_node.h"
 #include "zymm_private.h"
+#include "zymm_probe.h"
 #include "zymm_seam.h"
 
 namespace zymm
@@ -92,6 +93,7 @@ static void *take_with_all_stopped(slab *s, thread_cache *own)
     quarantine_empty(s);
     void *object = own != nullptr ? cache_take(own) : depot_take_one(s);
     caches_resume(s);
+    ZYMM_PROBE_CACHES_DRAINED(s->name, object);
     return object;
 }
 

@@ -19,6 +19,7 @@
 #include "page_local.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 
 static void refuse(page_retry_cb cbFunc, uint64_t cbArg, page_retry_fail_cb failcbFunc,
                    uint64_t failcbArg)
@@ -48,6 +49,7 @@ uint32_t page_add_retry_req(uint16_t output_type, uint32_t page_cnt, uint32_t ti
     if (object == nullptr) {
         CMM_LOG(ZYLOG_ERROR, "Alloc mem for retry request failed, func(%s), line(%d).",
                 cmm_text(func), int(line));
+        CMM_PROBE_ALLOC_REFUSED("retry request", 1, module_id, func, line);
         return CMM_FAILURE;
     }
 
@@ -61,6 +63,8 @@ uint32_t page_add_retry_req(uint16_t output_type, uint32_t page_cnt, uint32_t ti
     req->line = uint16_t(line);
     req->module_id = uint16_t(module_id);
 
+    /* Before it is: once it is queued it may be served, and a trace shall not see that first. */
+    CMM_PROBE_REQUEST_QUEUED(object, page_cnt, timeout, module_id, func, line);
     CMM_SPINLOCK_LOCK(&s_retry_req_list.lock);
     retry_list_append(req);
     CMM_SPINLOCK_UNLOCK(&s_retry_req_list.lock);

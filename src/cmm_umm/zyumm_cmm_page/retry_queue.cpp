@@ -25,6 +25,7 @@
 
 #include "common/cmm_identity.h"
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 
 static constexpr uint64_t RUN_BUDGET_NS = 500000;
 static constexpr uint64_t RETRY_TIMER_KICK = 100; /* microseconds */
@@ -137,6 +138,8 @@ static void *attempt(const page_retry_req *req)
 
 static void deliver(const page_retry_req *req, void *result, const char *func)
 {
+    CMM_PROBE_REQUEST_SERVED(req, req->page_cnt, req->enqueue_time, req->module_id, req->func_name,
+                             req->line);
     if (req->cbFuncNoRet != nullptr)
         req->cbFuncNoRet(result, req->cbArg);
     else if (req->cbFunc != nullptr)
@@ -200,6 +203,7 @@ void page_do_retry(void)
      * embedders that count their runs rely on seeing it. The repeat count stays for the next
      * claim to clear. */
     cmm_atomic_sub(&s_enter_retry_cnt, 1u);
+    CMM_PROBE_RETRY_RUN(begin);
 }
 
 uint32_t page_start_retry(void)
