@@ -465,16 +465,47 @@ uint64_t slab_cached(slab *s, uint32_t node)
     return sum;
 }
 
+/* Under the registry's lock. */
+static uint64_t count_frees(const slab *s)
+{
+    uint64_t frees = s->gone_frees.load(std::memory_order_relaxed);
+    for (const thread_cache *c = s->caches; c != nullptr; c = c->next_of_slab)
+        frees += c->frees.load(std::memory_order_relaxed);
+    return frees;
+}
+
+/* Under the registry's lock. Acquire: frees that are read behind it are not older. */
+static uint64_t count_allocs(const slab *s)
+{
+    uint64_t allocs = s->gone_allocs.load(std::memory_order_acquire);
+    for (const thread_cache *c = s->caches; c != nullptr; c = c->next_of_slab)
+        allocs += c->allocs.load(std::memory_order_acquire);
+    return allocs;
+}
+
+/* Frees are read behind the allocations here: an object that goes out and back meanwhile counts as
+ * back, so that as many as this were certainly out when the last allocation was counted. */
+static void note_high_water(slab *s, uint64_t allocs)
+{
+    const int64_t certain = int64_t(allocs - count_frees(s));
+    if (certain > int64_t(s->most_seen.load(std::memory_order_relaxed)))
+        s->most_seen.store(uint64_t(certain), std::memory_order_relaxed);
+}
+
+slab_counts slab_counts_of(slab *s)
+{
+    registry_guard held;
+    const uint64_t frees = count_frees(s);
+    return {count_allocs(s), frees};
+}
+
 uint64_t slab_used(slab *s)
 {
     registry_guard held;
     /* Frees first: an object that goes out and back meanwhile counts as out, never as minus one. */
-    uint64_t frees = s->gone_frees.load(std::memory_order_relaxed);
-    uint64_t allocs = s->gone_allocs.load(std::memory_order_relaxed);
-    for (const thread_cache *c = s->caches; c != nullptr; c = c->next_of_slab) {
-        frees += c->frees.load(std::memory_order_relaxed);
-        allocs += c->allocs.load(std::memory_order_relaxed);
-    }
+    const uint64_t frees = count_frees(s);
+    const uint64_t allocs = count_allocs(s);
+    note_high_water(s, allocs);
     const uint64_t most = s->carved.load(std::memory_order_relaxed);
     const int64_t out = int64_t(allocs - frees);
     return out < 0 ? 0 : uint64_t(out) < most ? uint64_t(out) : most;

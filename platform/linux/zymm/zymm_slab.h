@@ -147,6 +147,8 @@ struct slab {
     std::atomic<uint64_t> gone_frees;
     std::atomic<int64_t>  gone_out[MOST_NODES]; /* allocations less frees by node */
 
+    std::atomic<uint64_t> most_seen; /* out at once, of all looks at it; under the registry's lock */
+
     quarantine waiting; /* of the checking build */
 };
 
@@ -262,7 +264,20 @@ void *slab_alloc(slab *s, uint32_t module_id, const char *func, uint32_t line);
 /* 0; otherwise -1 and an error line in the name of `operation`. */
 int slab_free(slab *s, void *object, uint32_t module_id, const char *func, const char *operation);
 
+/* Objects that are out; each look moves the slab's high-water mark, see zymm_host.h. */
 uint64_t slab_used(slab *s);
+
+/* max_num; without a limit, the objects that exist. */
+uint64_t total_of(const slab *s);
+
+/* Allocations and frees so far. */
+struct slab_counts {
+    uint64_t allocs, frees;
+};
+slab_counts slab_counts_of(slab *s);
+
+/* Objects that are out for at least the leak age. */
+uint64_t slab_leaked(slab *s);
 
 /* Calls `visit` with the tag of every object that is out. Takes no lock for longer than a piece. */
 using visit_fn = void (*)(void *context, uint64_t tag);
