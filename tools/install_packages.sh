@@ -14,13 +14,17 @@ BUILD_PACKAGES=(
     libnuma-dev     # memory near the thread that uses it
     libinih-dev     # ini files
     libspdlog-dev   # log sinks and rotation
+    systemtap-sdt-dev # static probes: a header, nothing at run time
     libcli11-dev    # command lines of the programs
+    libedit-dev libncurses-dev # cmmctl's prompt and screen
+    nlohmann-json3-dev # cmmctl and the tests read the console commands' JSON
 )
 TEST_PACKAGES=(
     gcc clang-14
     libgtest-dev libgmock-dev
     python3 binutils # the checks of includes and exports
     gcovr            # the coverage of the unit tests
+    tmux             # cmmctl as a user sees it
     valgrind libc6-dbg # a use after free is found at its line
 )
 BENCH_PACKAGES=(
