@@ -283,12 +283,6 @@ static void *carve(thread_cache *c, uint32_t node)
     return object != nullptr ? object : carve_one(c->s, d);
 }
 
-/* All objects of the slab exist: looking for room to carve would only cost time. */
-static bool is_carved_out(const slab *s)
-{
-    return s->carved.load(std::memory_order_relaxed) >= s->max_num;
-}
-
 static void *take_from(thread_cache *c, uint32_t node)
 {
     slab *s = c->s;

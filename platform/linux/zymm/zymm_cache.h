@@ -158,7 +158,8 @@ inline object_tag *tag_behind(const thread_cache *c, void *object)
     return reinterpret_cast<object_tag *>(static_cast<char *>(object) + c->shape.tag_offset);
 }
 
-[[gnu::always_inline]] inline bool is_met(const met_site &site, const char *func, uint32_t module_id, uint32_t line)
+[[gnu::always_inline]] inline bool is_met(const met_site &site, const char *func,
+                                          uint32_t module_id, uint32_t line)
 {
     return site.func == func && site.module_id == module_id && site.line == line;
 }
@@ -171,41 +172,45 @@ inline object_tag *tag_behind(const thread_cache *c, void *object)
 }
 
 /*
- * An object of the thread's loaded magazine; null, and nothing changed, when the slow path has to
- * find one. *next is set when this is one of several that the thread takes in a row: the object that
- * it will get next, whose lines should be on their way while this one is written.
+ * Takes an object of the thread's loaded magazine; false, and nothing changed, when the slow path
+ * has to find one. *next is set, or null, to the object that the thread will get next when this is
+ * one of several that it takes in a row: its lines should be on their way while this one is written.
  */
-[[gnu::always_inline]] inline void *cache_take_fast(uint64_t handle, uint32_t module_id, const char *func, uint32_t line,
-                             void **next)
+[[gnu::always_inline]] inline bool cache_take_fast(uint64_t handle, uint32_t module_id,
+                                                   const char *func, uint32_t line, void **object,
+                                                   void **next)
 {
     thread_cache *c = fast_cache(t_thread, handle);
     if (__builtin_expect(c == nullptr, 0))
-        return nullptr;
+        return false;
 
     void **top = c->top;
     if (__builtin_expect(top == c->bottom || !is_met(c->taker, func, module_id, line), 0)) {
         cache_leave_fast(c, handle);
-        return nullptr;
+        return false;
     }
-    void *object = top[-1];
-    object_tag *tag = tag_behind(c, object);
+    void *taken = top[-1];
+    object_tag *tag = tag_behind(c, taken);
     if (__builtin_expect(!is_free(tag->load(std::memory_order_relaxed)), 0)) {
         cache_leave_fast(c, handle);
-        return nullptr;
+        return false;
     }
+    *next = nullptr;
     if (__builtin_expect(top == c->low, 0) && c->prefetches != 0 && top - 1 != c->bottom)
         *next = top[-2];
     tag->store(c->taker.tag_bits | tick_bits_now(), std::memory_order_relaxed);
     c->top = top - 1;
     c->low = top - 1;
-    guard_open(object, c->s->obj_size);
+    guard_open(taken, c->s->obj_size);
     count_one(&c->allocs);
     cache_leave_fast(c, handle);
-    return object;
+    *object = taken;
+    return true;
 }
 
 /* True when the object went into the thread's loaded magazine; otherwise nothing was changed. */
-[[gnu::always_inline]] inline bool cache_give_fast(uint64_t handle, void *object, uint32_t module_id, const char *func)
+[[gnu::always_inline]] inline bool cache_give_fast(uint64_t handle, void *object,
+                                                   uint32_t module_id, const char *func)
 {
     thread_cache *c = fast_cache(t_thread, handle);
     if (__builtin_expect(c == nullptr, 0))

@@ -196,7 +196,7 @@ static void *take_last(slab *s, thread_cache *c, uint32_t site)
 
 void *slab_alloc(slab *s, uint32_t module_id, const char *func, uint32_t line)
 {
-    if (s->is_lost)
+    if (s->is_lost || (is_carved_out(s) && is_surely_dry(s)))
         return nullptr;
     thread_cache *c = cache_of(s);
     const call_site who = {func, module_id, line};
@@ -254,6 +254,7 @@ static free_verdict give_to(slab *s, thread_cache *c, const object_place &place,
         return verdict;
 
     guard_close(place.object(), s->shape.stride);
+    guard_withdraw(place.object());
     if constexpr (GUARD_CHECKS_EACH_OBJECT)
         quarantine_put(s, place);
     else if (c != nullptr)

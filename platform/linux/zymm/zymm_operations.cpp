@@ -106,9 +106,8 @@ int zymm_slab_destroy_empty(uint64_t handle, const char *operation)
 {
     void *next = nullptr;
     void *object = nullptr;
-    if (cache_learn_taker(handle, {func, module_id, line}))
-        object = cache_take_fast(handle, module_id, func, line, &next);
-    if (object != nullptr)
+    const bool learnt = cache_learn_taker(handle, {func, module_id, line});
+    if (learnt && cache_take_fast(handle, module_id, func, line, &object, &next))
         return object;
     slab *s = slab_behind(handle, "zymm_slab_malloc", func);
     return s != nullptr ? slab_alloc(s, module_id, func, line) : nullptr;
@@ -123,8 +122,8 @@ int zymm_slab_destroy_empty(uint64_t handle, const char *operation)
 void *zymm_slab_malloc(uint64_t handle, uint32_t module_id, const char *func, uint32_t line)
 {
     void *next = nullptr;
-    void *object = cache_take_fast(handle, module_id, func, line, &next);
-    if (__builtin_expect(object == nullptr, 0))
+    void *object = nullptr;
+    if (__builtin_expect(!cache_take_fast(handle, module_id, func, line, &object, &next), 0))
         return malloc_slowly(handle, module_id, func, line);
     return __builtin_expect(next != nullptr, 0) ? with_next_page_prefetched(object, next) : object;
 }

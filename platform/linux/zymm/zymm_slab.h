@@ -150,6 +150,12 @@ struct slab {
     quarantine waiting; /* of the checking build */
 };
 
+/* All objects of the slab exist: looking for room to carve would only cost time. */
+inline bool is_carved_out(const slab *s)
+{
+    return s->carved.load(std::memory_order_relaxed) >= s->max_num;
+}
+
 /* The depots lie behind their slab, one a node. */
 depot *depot_of(slab *s, uint32_t node);
 
