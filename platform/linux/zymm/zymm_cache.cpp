@@ -87,7 +87,6 @@ void cache_arm(thread_cache *c)
     c->bottom = m->objects;
     c->top = m->objects + count_of(m);
     c->end = m->objects + c->limit;
-    c->low = c->top;
     c->word.store(serves ? c->s->handle : uint64_t(CACHE_IDLE), std::memory_order_release);
 }
 
@@ -142,6 +141,8 @@ void cache_close(thread_cache *c)
 
 static void send_home(thread_cache *c, magazine *m)
 {
+    c->streak = 0;
+    c->asks_ahead = 0;
     stack_push(&depot_of(c->s, m->node)->shards[c->shard].full, m);
 }
 
@@ -242,6 +243,7 @@ static void *load_full(thread_cache *c, depot *d)
     magazine_put(c->previous);
     c->previous = c->loaded;
     c->loaded = m;
+    c->asks_ahead = ++c->streak > COLD_STREAK && c->holds_pages;
     return pop(m);
 }
 

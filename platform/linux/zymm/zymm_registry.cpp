@@ -255,7 +255,9 @@ static void serve(thread_cache *c, slab *s)
     c->frees.store(0, std::memory_order_relaxed);
     c->memo_carved = 0;
     c->shape = s->shape;
-    c->prefetches = s->obj_size == PAGE_OBJECT_BYTES ? 1 : 0;
+    c->asks_ahead = 0;
+    c->streak = 0;
+    c->holds_pages = s->obj_size == PAGE_OBJECT_BYTES;
     c->node.store(node_here(), std::memory_order_relaxed);
     c->shard = c->thread->number % MOST_SHARDS;
     link_to_slab(c, s);
