@@ -428,6 +428,43 @@ void cache_give(thread_cache *c, const object_place &place)
     set_count(m, count + 1);
 }
 
+/* ------------------------------------------------------------------ the other magazine */
+
+static bool holds_more(thread_cache *c)
+{
+    return c->top == c->bottom && count_of(c->previous) != 0 && c->previous->node == node_of(c);
+}
+
+static bool holds_less(thread_cache *c)
+{
+    return c->top == c->end && has_room(c, c->previous, node_of(c));
+}
+
+static bool turn(uint64_t handle, bool (*other_serves)(thread_cache *c))
+{
+    thread_cache *c = fast_cache(t_thread, handle);
+    if (c == nullptr)
+        return false;
+    if (!other_serves(c)) {
+        cache_leave_fast(c, handle);
+        return false;
+    }
+    cache_settle(c);
+    std::swap(c->loaded, c->previous);
+    cache_leave(c);
+    return true;
+}
+
+bool cache_turn_to_take(uint64_t handle)
+{
+    return turn(handle, holds_more);
+}
+
+bool cache_turn_to_give(uint64_t handle)
+{
+    return turn(handle, holds_less);
+}
+
 /* ------------------------------------------------------------------ call sites */
 
 void cache_meet_taker(thread_cache *c, const call_site &site, uint64_t number)

@@ -296,6 +296,11 @@ void cache_meet_giver(thread_cache *c, const call_site &site, uint64_t number);
 bool cache_learn_taker(uint64_t handle, const call_site &site);
 bool cache_learn_giver(uint64_t handle, const call_site &site);
 
+/* True when the loaded magazine had nothing more, or no room, and the previous one, which has, took
+ * its place: the fast path is worth a second try. */
+bool cache_turn_to_take(uint64_t handle);
+bool cache_turn_to_give(uint64_t handle);
+
 /* Whether the kernel has the barrier. */
 bool is_asymmetric();
 

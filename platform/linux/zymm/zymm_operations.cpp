@@ -106,8 +106,9 @@ int zymm_slab_destroy_empty(uint64_t handle, const char *operation)
 {
     void *next = nullptr;
     void *object = nullptr;
-    const bool learnt = cache_learn_taker(handle, {func, module_id, line});
-    if (learnt && cache_take_fast(handle, module_id, func, line, &object, &next))
+    const bool ready =
+        cache_turn_to_take(handle) || cache_learn_taker(handle, {func, module_id, line});
+    if (ready && cache_take_fast(handle, module_id, func, line, &object, &next))
         return object;
     slab *s = slab_behind(handle, "zymm_slab_malloc", func);
     return s != nullptr ? slab_alloc(s, module_id, func, line) : nullptr;
@@ -145,8 +146,8 @@ int zymm_slab_free_for(uint64_t handle, void *object, uint32_t module_id, const 
 [[gnu::noinline]] static int free_slowly(uint64_t handle, void *object, uint32_t module_id,
                                          const char *func)
 {
-    const bool learnt = cache_learn_giver(handle, {func, module_id, 0});
-    if (learnt && cache_give_fast(handle, object, module_id, func))
+    const bool ready = cache_turn_to_give(handle) || cache_learn_giver(handle, {func, module_id, 0});
+    if (ready && cache_give_fast(handle, object, module_id, func))
         return 0;
     return zymm_slab_free_for(handle, object, module_id, func, "zymm_slab_free");
 }
