@@ -14,6 +14,7 @@ table RULES says which kinds an area may use. A kind that no rule knows is a bre
     platform/include      the seam               -> seam headers of its own layer and lower ones
     platform/linux/<x>    a layer of the platform -> its own layer and lower ones
     apps/                 programs               -> everything that is handed to an embedder
+    benchmarks/           measurements           -> the same, and the peers' headers
 """
 
 import re
@@ -54,7 +55,7 @@ class Tree:
         return {p.name for p in (self.root / folder).glob("*.h")}
 
     def files(self):
-        for top in ("include", "src", "platform", "apps"):
+        for top in ("include", "src", "platform", "apps", "benchmarks"):
             for path in sorted((self.root / top).rglob("*")):
                 if path.suffix in (".h", ".hpp", ".c", ".cpp"):
                     yield path
@@ -160,6 +161,10 @@ def program(path, kind, detail):
     return kind in ("exported", "seam", "host", "own", "system")
 
 
+def measurement(path, kind, detail):
+    return kind in ("exported", "seam", "host", "own", "system", "vendor")
+
+
 RULES = [
     ("include/", exported_header),
     ("src/cmm_umm/common/", library_common),
@@ -168,6 +173,7 @@ RULES = [
     ("platform/linux/include/", host_header),
     ("platform/linux/", platform_source),
     ("apps/", program),
+    ("benchmarks/", measurement),
 ]
 
 

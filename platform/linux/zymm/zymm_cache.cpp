@@ -146,8 +146,8 @@ static void send_home(thread_cache *c, magazine *m)
     stack_push(&depot_of(c->s, m->node)->shards[c->shard].full, m);
 }
 
-/* Empties the place: the magazine goes home when it is worth it and an empty one can take its place,
- * else its objects become loose. */
+/* Empties the place: the magazine goes home when it is worth it and an empty one can take its
+ * place, else its objects become loose. */
 static void surrender(thread_cache *c, magazine **place)
 {
     magazine *m = *place;

@@ -22,9 +22,9 @@
  * objects directly. That is how a slab runs while few objects are left, so that threads do not
  * have to be stopped for each one; a thread that gave back a magazine's worth opens its cache.
  *
- * A signal handler may find its own thread busy, with this cache or with another slab's. It must not
- * wait for a stopper then, who may be waiting for its thread: it works on the depot, too, and leaves
- * the cache alone.
+ * A signal handler may find its own thread busy, with this cache or with another slab's. It must
+ * not wait for a stopper then, who may be waiting for its thread: it works on the depot, too, and
+ * leaves the cache alone.
  *
  * Owner: the thread's block; a record that once served a slab stays mapped.
  */
@@ -141,13 +141,13 @@ inline uint64_t count_one(std::atomic<uint64_t> *counter)
 }
 
 /*
- * A page is 16 sectors of 520 bytes, of which the last 8 are stamped when it goes out, and a record;
- * these are the lines that its first holder writes and waits for.
+ * A page is 16 sectors of 520 bytes, of which the last 8 are stamped when it goes out, and a
+ * record; these are the lines that its first holder writes and waits for.
  *
  * They are asked for once a thread has taken this many magazines and given none back: what it takes
- * next is far away. Measured with 2 x 512 KiB of second and 32 MiB of third cache: of a set of 16,384
- * pages 5 % of the time is saved so, in smaller ones the asking costs more than the waiting (a
- * quarter at 4,096 pages), since the processor keeps a page's stores under way by itself.
+ * next is far away. Measured with 2 x 512 KiB of second and 32 MiB of third cache: of a set of
+ * 16,384 pages 5 % of the time is saved so, in smaller ones the asking costs more than the waiting
+ * (a quarter at 4,096 pages), since the processor keeps a page's stores under way by itself.
  */
 enum : uint32_t { SECTORS = 16, SECTOR_BYTES = 520, STAMP_AT = 512, COLD_STREAK = 64 };
 
@@ -182,8 +182,8 @@ inline object_tag *tag_behind(const thread_cache *c, void *object)
 
 /*
  * Takes an object of the thread's loaded magazine; false, and nothing changed, when the slow path
- * has to find one. *next is null, or the object that the thread will get next, whose lines should be
- * on their way while this one is written.
+ * has to find one. *next is null, or the object that the thread will get next, whose lines should
+ * be on their way while this one is written.
  */
 [[gnu::always_inline]] inline bool cache_take_fast(uint64_t handle, uint32_t module_id,
                                                    const char *func, uint32_t line, void **object,
@@ -253,8 +253,9 @@ inline object_tag *tag_behind(const thread_cache *c, void *object)
  * memory for it, the thread's clean-up has run, or this is a handler of a busy thread. */
 thread_cache *cache_of(slab *s);
 
-/* The owner begins a slow path, waiting for whoever froze the cache. False, without a wait, in a signal
- * handler whose thread is busy with this cache, or with another one while this one is frozen. */
+/* The owner begins a slow path, waiting for whoever froze the cache. False, without a wait, in a
+ * signal handler whose thread is busy with this cache, or with another one while this one is
+ * frozen. */
 bool cache_enter(thread_cache *c);
 void cache_leave(thread_cache *c);
 

@@ -10,8 +10,9 @@
  * In every other build there is no guard and nothing here costs anything.
  *
  * The layer itself never writes into an object that is free: what the last holder left in it stays
- * readable for those accessors of the library above that look at freed page records. In the checking
- * build that holds for the records alone: all else is filled while it waits (zymm_quarantine.h).
+ * readable for those accessors of the library above that look at freed page records. In the
+ * checking build that holds for the records alone: all else is filled while it waits
+ * (zymm_quarantine.h).
  */
 #pragma once
 
@@ -30,8 +31,8 @@
 #include <sanitizer/asan_interface.h>
 #endif
 
-/* Valgrind's requests are a few instructions that do nothing elsewhere. Under Valgrind no thread has
- * a cache, so the fast paths make none. */
+/* Valgrind's requests are a few instructions that do nothing elsewhere. Under Valgrind no thread
+ * has a cache, so the fast paths make none. */
 #if !defined(ZYMM_ASAN) && !defined(__SANITIZE_THREAD__) && __has_include(<valgrind/memcheck.h>)
 #include <valgrind/memcheck.h>
 #define ZYMM_VALGRIND 1

@@ -146,7 +146,8 @@ int zymm_slab_free_for(uint64_t handle, void *object, uint32_t module_id, const 
 [[gnu::noinline]] static int free_slowly(uint64_t handle, void *object, uint32_t module_id,
                                          const char *func)
 {
-    const bool ready = cache_turn_to_give(handle) || cache_learn_giver(handle, {func, module_id, 0});
+    const bool ready =
+        cache_turn_to_give(handle) || cache_learn_giver(handle, {func, module_id, 0});
     if (ready && cache_give_fast(handle, object, module_id, func))
         return 0;
     return zymm_slab_free_for(handle, object, module_id, func, "zymm_slab_free");

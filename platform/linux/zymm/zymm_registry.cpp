@@ -1,6 +1,6 @@
 /*
- * The registry: every thread's block and every cache, when threads come and go, and how their owners
- * are stopped.
+ * The registry: every thread's block and every cache, when threads come and go, and how their
+ * owners are stopped.
  *
  *     thread 1's block -- cache of slab a -- cache of slab b
  *                             |                  |
@@ -8,9 +8,9 @@
  *                             |                  |
  *                           slab a             slab b
  *
- * A block is made by a thread's first allocation or free and given up by its exit, which empties its
- * caches into the depots; the next thread gets the same memory. A thread that allocates after its
- * clean-up works without caches, under the registry's lock.
+ * A block is made by a thread's first allocation or free and given up by its exit, which empties
+ * its caches into the depots; the next thread gets the same memory. A thread that allocates after
+ * its clean-up works without caches, under the registry's lock.
  *
  * Before a fork all owners are stopped, so that the child finds every object either in a hand or
  * where it can be found. The child empties the caches of the threads that it did not get.
