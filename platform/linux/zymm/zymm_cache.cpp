@@ -297,9 +297,11 @@ static void *take_from(thread_cache *c, uint32_t node)
     return object;
 }
 
+/* True when the node has room to carve: of this call's making, or another thread's since the caller
+ * found none. It may be gone again. */
 static bool grow(slab *s, uint32_t node)
 {
-    if (s->capacity.load(std::memory_order_relaxed) >= s->max_num)
+    if (is_carved_out(s))
         return false;
     tick_refresh();
     signal_guard quiet;
@@ -320,7 +322,7 @@ void *cache_take(thread_cache *c)
         return object;
 
     object = take_from(c, home);
-    if (object == nullptr && grow(s, home))
+    while (object == nullptr && grow(s, home))
         object = take_from(c, home);
     for (uint32_t step = 1; step < s->depots && object == nullptr; step++)
         object = take_from(c, (home + step) % s->depots);
@@ -353,7 +355,7 @@ void *depot_take_one(slab *s)
 {
     const uint32_t home = node_here();
     void *object = take_one_from(s, home);
-    if (object == nullptr && grow(s, home))
+    while (object == nullptr && grow(s, home))
         object = take_one_from(s, home);
     for (uint32_t step = 1; step < s->depots && object == nullptr; step++)
         object = take_one_from(s, (home + step) % s->depots);
