@@ -413,16 +413,11 @@ static void after_fork_in_child()
     pthread_sigmask(SIG_SETMASK, &s_signals_before_fork, nullptr);
 }
 
-/* When the library is loaded: a process may fork while another thread makes its first slab. */
-[[gnu::constructor]] static void watch_forks()
-{
-    pthread_atfork(before_fork, after_fork, after_fork_in_child);
-}
-
 static void prepare()
 {
     s_asymmetric = use_membarrier();
     pthread_key_create(&s_exit_key, on_thread_exit);
+    pthread_atfork(before_fork, after_fork, after_fork_in_child);
     tick_start();
 }
 
