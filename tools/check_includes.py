@@ -15,6 +15,7 @@ table RULES says which kinds an area may use. A kind that no rule knows is a bre
     platform/linux/<x>    a layer of the platform -> its own layer and lower ones
     console/              commands of the console -> exported, host interfaces, seam, its own
     apps/                 programs               -> everything that is handed to an embedder
+    benchmarks/           measurements           -> the same, and the peers' headers
 
 The header of the system's static probes belongs to one header of the library and one of the slab
 layer. It is assembler for one family of systems; behind those two a system without it is a system
@@ -62,7 +63,7 @@ class Tree:
         return {p.name for p in (self.root / folder).glob("*.h")}
 
     def files(self):
-        for top in ("include", "src", "platform", "console", "apps"):
+        for top in ("include", "src", "platform", "console", "apps", "benchmarks"):
             for path in sorted((self.root / top).rglob("*")):
                 if path.suffix in (".h", ".hpp", ".c", ".cpp"):
                     yield path
@@ -184,6 +185,10 @@ def program(path, kind, detail):
     return kind in ("exported", "seam", "host", "console", "own", "system")
 
 
+def measurement(path, kind, detail):
+    return kind in ("exported", "seam", "host", "own", "system", "vendor")
+
+
 RULES = [
     ("include/", exported_header),
     ("src/cmm_umm/common/", library_common),
@@ -194,6 +199,7 @@ RULES = [
     ("console/include/", console_header),
     ("console/", console_source),
     ("apps/", program),
+    ("benchmarks/", measurement),
 ]
 
 

@@ -32,6 +32,7 @@ BENCH_PACKAGES=(
     libdpdk-dev     # packet-buffer pool
     libmimalloc2.0 libjemalloc2 libtcmalloc-minimal4
     libradospp-dev  # buffer list
+    hyperfine linux-perf # cmm_node beside cp, and where its time goes
 )
 
 missing_packages()

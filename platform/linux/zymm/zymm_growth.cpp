@@ -112,7 +112,7 @@ static void add_piece(slab *s, piece *p)
 bool slab_grow(slab *s, uint32_t node)
 {
     if (!may_grow(s))
-        return false;
+        return has_room(s, node);
 
     scoped_lock held(&s->growth);
     if (has_room(s, node)) /* another thread has grown it meanwhile */

@@ -1,6 +1,6 @@
 /*
- * The registry: every thread's block and every cache, when threads come and go, and how their owners
- * are stopped.
+ * The registry: every thread's block and every cache, when threads come and go, and how their
+ * owners are stopped.
  *
  *     thread 1's block -- cache of slab a -- cache of slab b
  *                             |                  |
@@ -8,9 +8,9 @@
  *                             |                  |
  *                           slab a             slab b
  *
- * A block is made by a thread's first allocation or free and given up by its exit, which empties its
- * caches into the depots; the next thread gets the same memory. A thread that allocates after its
- * clean-up works without caches, under the registry's lock.
+ * A block is made by a thread's first allocation or free and given up by its exit, which empties
+ * its caches into the depots; the next thread gets the same memory. A thread that allocates after
+ * its clean-up works without caches, under the registry's lock.
  *
  * Before a fork all owners are stopped, so that the child finds every object either in a hand or
  * where it can be found. The child empties the caches of the threads that it did not get.
@@ -255,7 +255,9 @@ static void serve(thread_cache *c, slab *s)
     c->frees.store(0, std::memory_order_relaxed);
     c->memo_carved = 0;
     c->shape = s->shape;
-    c->prefetches = s->obj_size == PAGE_OBJECT_BYTES ? 1 : 0;
+    c->asks_ahead = 0;
+    c->streak = 0;
+    c->holds_pages = s->obj_size == PAGE_OBJECT_BYTES;
     c->node.store(node_here(), std::memory_order_relaxed);
     c->shard = c->thread->number % MOST_SHARDS;
     link_to_slab(c, s);

@@ -152,6 +152,12 @@ struct slab {
     quarantine waiting; /* of the checking build */
 };
 
+/* All objects of the slab exist: looking for room to carve would only cost time. */
+inline bool is_carved_out(const slab *s)
+{
+    return s->carved.load(std::memory_order_relaxed) >= s->max_num;
+}
+
 /* The depots lie behind their slab, one a node. */
 depot *depot_of(slab *s, uint32_t node);
 
@@ -226,9 +232,10 @@ void slab_release(slab *s);
 
 /*
  * The gate: shared by every operation that changes or looks at the layer's structures, closed by a
- * fork and for the moment in which a slab's handle becomes stale. Whoever allocates from a slab knows
- * that it lives and passes without; timers and consoles that ask a slab for numbers may do so while
- * another thread destroys it. A handle that is looked up inside the gate stays valid until its end.
+ * fork and for the moment in which a slab's handle becomes stale. Whoever allocates from a slab
+ * knows that it lives and passes without; timers and consoles that ask a slab for numbers may do so
+ * while another thread destroys it. A handle that is looked up inside the gate stays valid until
+ * its end.
  */
 class gate_guard {
 public:

@@ -23,7 +23,9 @@
 
 static constexpr int32_t MAX_RUN = 65535; /* an SGL chain counts its entries in 16 bits */
 
-page_ctrl *allocOnePageSync(uint32_t module_id, const char *func, uint32_t line)
+/* Flat, as is freeOnePage: a program that links everything statically, optimised as a whole, gets
+ * the slab layer's way through the thread's cache in place. */
+[[gnu::flatten]] page_ctrl *allocOnePageSync(uint32_t module_id, const char *func, uint32_t line)
 {
     void *object = zymm_slab_malloc(page_pool_handle(), module_id, func, line);
     if (object == nullptr) {
@@ -76,8 +78,8 @@ void allocMultiPagesSync(uint32_t page_cnt, SGL **out, uint32_t module_id, const
     *out = alloc_run(page_cnt, module_id, func, line);
 }
 
-uint32_t alloc_multi_page(uint32_t page_cnt, uint32_t module_id, SGL *chain, const char *func,
-                          uint32_t line)
+[[gnu::flatten]] uint32_t alloc_multi_page(uint32_t page_cnt, uint32_t module_id, SGL *chain,
+                                           const char *func, uint32_t line)
 {
     SGL *cur_sgl = chain;
     uint32_t cur_index = 0;
