@@ -15,17 +15,26 @@ CONFIG=apps/cmm_node/etc/config/node_config.xml
 SAMPLE_MIB=1024
 TRIES=600 # of a condition, ten a second
 
+# Where the sample configuration lies for its explanation, which shows the whole path: the same for
+# everybody who makes the pictures.
+NODE_FOLDER=/var/tmp/node
+
 WORK=$(mktemp -d)
+terminal=0 # each has a server of its own: one that ends would take the next one along
 node=
+has_folder=
 
 clean_up()
 {
-    tmux -S "$WORK/tmux" kill-server 2>/dev/null || true
+    on_terminal kill-server 2>/dev/null || true
     if [ -n "$node" ]; then
         kill -TERM "$node" 2>/dev/null || true
         wait "$node" 2>/dev/null || true
     fi
     rm -rf -- "$WORK"
+    if [ -n "$has_folder" ]; then
+        rm -rf -- "$NODE_FOLDER"
+    fi
 }
 trap clean_up EXIT
 
@@ -41,13 +50,14 @@ done
 
 on_terminal()
 {
-    TMUX='' tmux -S "$WORK/tmux" -f /dev/null "$@"
+    TMUX='' tmux -S "$WORK/terminal$terminal" -f /dev/null "$@"
 }
 
-# open_terminal COLUMNS LINES: a shell with a short prompt that finds cmmctl by its name.
+# open_terminal COLUMNS LINES [FOLDER]: a shell with a short prompt that finds cmmctl by its name.
 open_terminal()
 {
-    on_terminal new-session -d -x "$1" -y "$2" \
+    terminal=$((terminal + 1))
+    on_terminal new-session -d -x "$1" -y "$2" -c "${3:-$PWD}" \
         "env PATH='$BIN:$PATH' PS1='\$ ' PROMPT_COMMAND= bash --norc --noprofile"
     on_terminal set -g status off
 }
@@ -68,7 +78,7 @@ $(on_terminal capture-pane -p 2>/dev/null)"
 # screen_has PATTERN: keeps the very screen that it looks at, so that what is drawn is what matched.
 screen_has()
 {
-    on_terminal capture-pane -ep >"$WORK/screen" 2>/dev/null || return 1
+    on_terminal capture-pane -epN >"$WORK/screen" 2>/dev/null || return 1
     sed 's/\x1b\[[0-9;]*m//g' "$WORK/screen" | grep -qE -- "$1"
 }
 
@@ -115,8 +125,12 @@ make_top()
 
 make_explain()
 {
-    open_terminal 100 70
-    on_terminal send-keys -l "cmmctl explain $CONFIG --process cmm_node --memory 9000000000"
+    mkdir -- "$NODE_FOLDER"
+    has_folder=yes
+    cp -- "$CONFIG" "$NODE_FOLDER"
+    open_terminal 100 70 "$NODE_FOLDER"
+    on_terminal send-keys -l \
+        "cmmctl explain node_config.xml --process cmm_node --memory 9000000000"
     on_terminal send-keys Enter
     wait_for "the explanation" command_is_done
     draw 100 "cmmctl explain" docs/cmmctl_explain.svg

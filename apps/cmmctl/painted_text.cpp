@@ -28,8 +28,9 @@ painted_line fitted(const painted_line &line, size_t width, bool to_the_right)
     }
     if (room == 0)
         return made;
-    const bool first = to_the_right && !made.empty();
-    const look beside = made.empty() ? look::PLAIN : first ? made.front().as : made.back().as;
+    const look beside = line.empty()   ? look::PLAIN
+                        : to_the_right ? line.front().as
+                                       : line.back().as;
     made.insert(to_the_right ? made.begin() : made.end(), {std::string(room, ' '), beside});
     return made;
 }

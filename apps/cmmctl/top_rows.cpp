@@ -28,7 +28,7 @@ uint64_t time_left(const request_report &request)
 }
 
 const sort_key<pool_row> POOL_KEYS[] = {
-    {"use", [](const pool_row &a, const pool_row &b) { return a.use() > b.use(); }},
+    {"use", [](const pool_row &a, const pool_row &b) { return a.dryness() > b.dryness(); }},
     {"name", [](const pool_row &a, const pool_row &b) { return a.pool.name < b.pool.name; }},
     {"used",
      [](const pool_row &a, const pool_row &b) { return a.pool.used > b.pool.used; }},

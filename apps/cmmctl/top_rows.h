@@ -22,6 +22,9 @@ struct pool_row {
     /* What the pool's use is measured with: its maximum, or without one what it has made. */
     uint64_t capacity() const { return pool.max.value_or(pool.total); }
     double   use() const;
+
+    /* How near the pool is to its end; a pool of a single object is meant to be used up. */
+    double dryness() const { return capacity() <= 1 ? 0 : use(); }
 };
 
 struct top_rows {

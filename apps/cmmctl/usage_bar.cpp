@@ -21,7 +21,7 @@ size_t columns_of(uint64_t part, uint64_t capacity, size_t room)
 
 look look_of_use(uint64_t used, uint64_t capacity)
 {
-    if (capacity == 0)
+    if (capacity <= 1)
         return look::DIM;
     const double share = double(used) / double(capacity);
     return share >= 0.95 ? look::BAD : share >= 0.75 ? look::WARNING : look::GOOD;

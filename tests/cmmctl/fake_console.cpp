@@ -96,9 +96,8 @@ void fake_console::serve()
         for (size_t end = one.in.find('\n'); end != std::string::npos; end = one.in.find('\n')) {
             const scripted_answer answer = answers_(one.in.substr(0, end));
             one.in.erase(0, end + 1);
-            const bool is_sent = send_all(one.fd, stop_, answer.bytes);
-            ++answered_;
-            if (!is_sent || answer.hangs_up)
+            ++answered_; /* before the client can know of it */
+            if (!send_all(one.fd, stop_, answer.bytes) || answer.hangs_up)
                 return false;
         }
         return true;

@@ -167,13 +167,13 @@ TEST_F(LiveNode, is_followed_by_top_while_pages_come_and_go)
 {
     const terminal shown(scratch_, 80, 24,
                          CMMCTL_PROGRAM " -s " + path("console") + " top --interval 0.1");
-    ASSERT_TRUE(shown.shows("PAGE PARTITION      0   128"));
+    ASSERT_TRUE(shown.shows("PAGE PARTITION       0   128"));
 
     SGL *const pages = take_pages(100);
-    EXPECT_TRUE(shown.shows("PAGE PARTITION    100   128"));
+    EXPECT_TRUE(shown.shows("PAGE PARTITION     100   128"));
     EXPECT_TRUE(shown.shows("take_pages:41"));
     freeMultiPages(pages, MODULE, __func__, __LINE__);
-    EXPECT_TRUE(shown.shows("PAGE PARTITION      0   128"));
+    EXPECT_TRUE(shown.shows("PAGE PARTITION       0   128"));
     EXPECT_TRUE(shown.shows_no("take_pages:41"));
     shown.press({"q"});
     EXPECT_EQ(shown.exit_code(), 0);

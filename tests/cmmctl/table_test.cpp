@@ -54,6 +54,7 @@ TEST(PaintedText, blanks_have_the_look_beside_them)
 
     EXPECT_EQ(fitted(line, 8).back().as, look::BAD);
     EXPECT_EQ(fitted(line, 8, true).front().as, look::GOOD);
+    EXPECT_EQ(fitted({{"", look::CHOSEN}}, 8).front().as, look::CHOSEN);
 }
 
 TEST(PaintedText, plain_text_has_no_blanks_at_the_ends_of_lines)
@@ -117,4 +118,5 @@ TEST(UsageBar, its_look_says_how_dry_the_pool_is)
     EXPECT_EQ(look_of_use(94, 100), look::WARNING);
     EXPECT_EQ(look_of_use(95, 100), look::BAD);
     EXPECT_EQ(look_of_use(1, 0), look::DIM);
+    EXPECT_EQ(look_of_use(1, 1), look::DIM);
 }

@@ -221,9 +221,9 @@ TEST(TopFrame, a_panel_that_is_cut_says_which_rows_are_shown)
     for (int i = 0; i < 30; ++i)
         state.sample->pools.pools.push_back(a_pool("pool" + std::to_string(i), 1, 100));
     state.view.panels[0].first = 3;
-    EXPECT_THAT(frame_text(state, 80, 24), HasSubstr("  MAX  4-17 of 32          USE%"));
+    EXPECT_THAT(frame_text(state, 80, 24), HasSubstr("  MAX  4-17 of 32        USE%"));
     state.view.panels[0].first = 31;
-    EXPECT_THAT(frame_text(state, 80, 24), HasSubstr("  MAX  19-32 of 32         USE%"));
+    EXPECT_THAT(frame_text(state, 80, 24), HasSubstr("  MAX  19-32 of 32       USE%"));
 }
 
 TEST(TopFrame, names_of_any_content_move_no_cursor)

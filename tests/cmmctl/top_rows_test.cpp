@@ -172,6 +172,14 @@ TEST(TopRows, a_pool_without_a_limit_is_measured_with_what_it_has_made)
     EXPECT_DOUBLE_EQ(row.use(), 0);
 }
 
+TEST(TopRows, a_pool_of_a_single_object_is_not_the_driest)
+{
+    node_sample sample;
+    sample.pools.pools = {a_pool("zero page", 1, 1), a_pool("pages", 1, 100)};
+
+    EXPECT_EQ(rows_of(sample, {}, {}).pools[0].pool.name, "pages");
+}
+
 TEST(TopRows, size_classes_that_never_had_an_object_are_not_shown)
 {
     node_sample sample = three_of_each();
