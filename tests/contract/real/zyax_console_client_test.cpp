@@ -274,6 +274,10 @@ TEST(ZyaxConsoleClient, three_hundred_clients_are_served_at_once)
 
 TEST(ZyaxConsoleClient, when_descriptors_run_out_a_client_waits_and_others_go_on)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer's runtime opens a pipe to look at an object, and calls it bad "
+                    "when it cannot";
+#endif
     kept_log log;
     ASSERT_EQ(add_command("log sinks"), 0);
     served_console console;
