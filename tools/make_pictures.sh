@@ -17,7 +17,7 @@ TRIES=600 # of a condition, ten a second
 
 # Where the sample configuration lies for its explanation, which shows the whole path: the same for
 # everybody who makes the pictures.
-NODE_FOLDER=/var/tmp/node
+NODE_FOLDER=/dev/shm/node
 
 WORK=$(mktemp -d)
 terminal=0 # each has a server of its own: one that ends would take the next one along

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Draws the screen of a terminal as an SVG picture.
 
-    tmux capture-pane -ep | render_terminal.py --columns 80 --title 'cmmctl top' > picture.svg
+    tmux capture-pane -epN | render_terminal.py --columns 80 --title 'cmmctl top' > picture.svg
+    render_terminal.py --self-test        shows that what is on a screen is in the picture
 
 Input are the lines of the screen with the sequences that set colours and weights (SGR), as tmux
 captures them. What a terminal draws is drawn: text of one look is one piece, placed by its column,
@@ -145,11 +146,38 @@ def picture(screen, columns, title):
             f'{drawn}</g>\n</svg>\n')
 
 
+# ---------------------------------------------------------------- self test
+
+SCREEN = ("\x1b[1mbold\x1b[0m  <&>\n"
+          "\x1b[30m\x1b[46m HEAD \x1b[39;49m\x1b(B \x1b[38;5;196mred\x1b[0m\n\n  \n")
+
+DRAWN = [
+    ('x="14.0" y="57.5"', 'font-weight="bold">bold</text>', "the first piece, at the first column"),
+    ('x="64.4" y="57.5"', '>&lt;&amp;&gt;</text>', "a piece behind blanks, escaped"),
+    ('<rect x="14.0" y="62" width="50.4"', 'fill="#39c5cf"/>', "a background, blanks included"),
+    ('x="22.4" y="75.5" fill="#22272e"', '>HEAD</text>', "a text on it, at its column"),
+    ('x="72.8" y="75.5" fill="#ff0000"', '>red</text>', "one of 256 colours"),
+]
+
+
+def self_test():
+    lines = picture(SCREEN, 20, "a <title>").split("\n")
+    missing = [what for start, end, what in DRAWN
+               if not any(start in line and line.endswith(end) for line in lines)]
+    if 'height="94"' not in lines[0]:
+        missing.append("a height without the empty lines at the end")
+    print("\n".join(f"self-test: not drawn: {what}" for what in missing) or "picture: as it should")
+    return 1 if missing else 0
+
+
 def main():
     parser = argparse.ArgumentParser(description="Draws the screen of a terminal as SVG.")
     parser.add_argument("--columns", type=int, default=80)
     parser.add_argument("--title", default="")
+    parser.add_argument("--self-test", action="store_true")
     arguments = parser.parse_args()
+    if arguments.self_test:
+        sys.exit(self_test())
     sys.stdout.write(picture(sys.stdin.read(), arguments.columns, arguments.title))
 
 
