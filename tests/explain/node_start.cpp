@@ -15,6 +15,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "zyumm_cmm.h"
