@@ -68,11 +68,24 @@ void prepare(const state &)
     SOURCE::prepare(PAGES);
 }
 
+/* One page out and back, again and again. */
+template <class SOURCE>
+void page_pair_hot(state &run)
+{
+    const typename SOURCE::thread_scope scope(1);
+    for (auto _ : run) {
+        page_ctrl *page = SOURCE::take();
+        benchmark::DoNotOptimize(page);
+        SOURCE::give(page);
+    }
+}
+
 /* Each file of measurements adds its own. */
 void add_page_alloc(void);
 void add_page_free(void);
 void add_page_tail(void);
 void add_page_timeout(void);
+void add_page_console(void);
 void add_slab(void);
 void add_slab_limits(void);
 void add_memory(void);

@@ -3,6 +3,7 @@
  *
  *     cmm_bench [--benchmark_...]      the measurements; see the bench script at the root
  *     cmm_bench --memory-of=SOURCE     what memory_bench.cpp asks of a process of its own
+ *     cmm_bench --watch-console=PATH   what console_client.cpp does
  *
  * One of the allocators wants more room for thread-local data than a process sets aside for what
  * it loads later. How much that is can only be said before a program starts, so this one starts
@@ -17,6 +18,8 @@
 #include <cstring>
 #include <fstream>
 #include <string>
+
+#include "console_client.h"
 
 static void provide_thread_local_room(char **argv)
 {
@@ -34,6 +37,7 @@ static void add_everything(void)
     bench::add_page_free();
     bench::add_page_tail();
     bench::add_page_timeout();
+    bench::add_page_console();
     bench::add_slab();
     bench::add_slab_limits();
     bench::add_memory();
@@ -66,6 +70,10 @@ static void describe_machine(void)
 
 int main(int argc, char **argv)
 {
+    constexpr char WATCH_CONSOLE[] = "--watch-console=";
+    if (argc == 2 && strncmp(argv[1], WATCH_CONSOLE, sizeof WATCH_CONSOLE - 1) == 0)
+        return bench::watch_console(argv[1] + sizeof WATCH_CONSOLE - 1);
+
     provide_thread_local_room(argv);
     bench::start_peers();
     bench::start_ours({.pages = 100000, .sgls = 4096, .reqs = 1024});

@@ -21,17 +21,6 @@
 namespace bench
 {
 
-template <class SOURCE>
-static void page_pair_hot(state &run)
-{
-    const typename SOURCE::thread_scope scope(1);
-    for (auto _ : run) {
-        page_ctrl *page = SOURCE::take();
-        benchmark::DoNotOptimize(page);
-        SOURCE::give(page);
-    }
-}
-
 template <class SOURCE, uint32_t PAGES>
 static void page_working_set(state &run)
 {

@@ -16,18 +16,13 @@ namespace console
 small_text size_text(uint64_t bytes)
 {
     static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-    uint64_t tenths = bytes < UINT64_MAX / 10 ? bytes * 10 : UINT64_MAX;
+    double value = double(bytes);
     uint32_t unit = 0;
-    while (tenths >= 10240) {
-        tenths /= 1024;
-        unit++;
-    }
+    for (; value >= 1023.5; unit++)
+        value /= 1024;
+    const int digits = unit != 0 && value < 99.95 ? 1 : 0;
     small_text text;
-    if (unit == 0 || tenths >= 1000)
-        snprintf(text.chars, sizeof text.chars, "%lu %s", tenths / 10, units[unit]);
-    else
-        snprintf(text.chars, sizeof text.chars, "%lu.%lu %s", tenths / 10, tenths % 10,
-                 units[unit]);
+    snprintf(text.chars, sizeof text.chars, "%.*f %s", digits, value, units[unit]);
     return text;
 }
 

@@ -13,7 +13,9 @@ struct small_text {
     char chars[48];
 };
 
-/* Bytes in at most 8 characters: "0 B", "999 B", "1.5 KiB", "1023 GiB". */
+/* Bytes in at most 8 characters, rounded to the nearest: "0 B", "999 B", "1.5 KiB", "1023 GiB".
+ * What rounds up to 1024 goes on to the next unit. So it does on cmmctl's screen, whose figures are
+ * compared with these. */
 small_text size_text(uint64_t bytes);
 
 /* The module's name; its number when it has none. */

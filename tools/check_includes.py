@@ -186,7 +186,7 @@ def program(path, kind, detail):
 
 
 def measurement(path, kind, detail):
-    return kind in ("exported", "seam", "host", "own", "system", "vendor")
+    return kind in ("exported", "seam", "host", "console", "own", "system", "vendor")
 
 
 RULES = [

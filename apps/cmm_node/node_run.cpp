@@ -21,6 +21,8 @@
 #include "phase_run.h"
 #include "pool_limits.h"
 #include "zyax_log.h"
+#include "zymm_host.h"
+#include "zyumm_pub.h"
 
 namespace {
 
@@ -32,6 +34,8 @@ void set_up_log(const node_options &options)
     zyax_log_set_level(options.log_level);
     zyax_module_name_set(NODE_MODULE_ID, "cmm_node");
     zyax_module_name_set(CMM_MODULE_ID, "cmm");
+    zyax_module_name_set(ZYMM_MODULE_ID, "zymm");
+    zyax_module_name_set(ZYUMM_MODULE_ID, "zyumm");
     if (options.log_file.empty())
         return;
     if (zyax_log_add_file(options.log_file.c_str(), LOG_FILE_BYTES, LOG_FILES) != 0)

@@ -1,31 +1,37 @@
 /*
  * libedit reads the lines; it calls back for the prompt and for the completion key, with what it
- * was given as client data: this prompt. Ctrl-C drops the line, as in a shell.
+ * was given as client data: this prompt. Ctrl-C drops the line, as in a shell; it is let through
+ * only while the prompt waits for a key, so that it always ends a wait.
  *
  * The history lies in ~/.cmmctl_history, for its owner alone.
  */
 #include "prompt.h"
 
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 
 #include <histedit.h>
 
 #include "commands.h"
 #include "completion.h"
 #include "exit_codes.h"
+#include "held_signals.h"
 #include "sampler.h"
 
 namespace {
 
 constexpr int         HISTORY_LINES = 1000;
 constexpr const char *PROMPT = "cmm> ";
-constexpr const char *LEVELS[] = {"fatal", "error", "warning", "info", "debug"};
+constexpr const char *LEVELS[] = {"fatal", "error", "warning", "notice",
+                                  "info",  "debug", "default"};
 
 struct end_of_editing {
     void operator()(EditLine *line) const { el_end(line); }
@@ -42,6 +48,7 @@ public:
 private:
     static char         *prompt_text(EditLine *);
     static unsigned char complete(EditLine *line, int);
+    static int           read_key(EditLine *line, wchar_t *key);
 
     void                     open();
     void                     load_history();
@@ -57,29 +64,29 @@ private:
     std::string                              history_path_;
     std::unique_ptr<EditLine, end_of_editing> line_;
     std::unique_ptr<History, end_of_editing>  history_;
+    std::optional<held_signals>               signals_; /* from the first prompt on */
 };
 
 void drop_line(int)
 {
-    /* Only there to interrupt the read. */
+    /* Only there to end the wait for a key. */
 }
 
 prompt::prompt(const prompt_options &options)
     : options_(options), link_(options.socket),
       line_(el_init("cmmctl", stdin, stdout, stderr)), history_(history_init())
 {
-    struct sigaction action = {};
     HistEvent event;
 
     open();
-    action.sa_handler = drop_line;
-    sigaction(SIGINT, &action, nullptr);
+    signals_.emplace(drop_line, std::initializer_list<int>{SIGINT});
     history(history_.get(), &event, H_SETSIZE, HISTORY_LINES);
     history(history_.get(), &event, H_SETUNIQUE, 1);
     load_history();
 
     el_set(line_.get(), EL_CLIENTDATA, this);
     el_set(line_.get(), EL_PROMPT, prompt_text);
+    el_set(line_.get(), EL_GETCFN, read_key);
     el_set(line_.get(), EL_EDITOR, "emacs");
     el_set(line_.get(), EL_HIST, history, history_.get());
     el_set(line_.get(), EL_ADDFN, "cmmctl-complete", "completes a word", complete);
@@ -119,6 +126,21 @@ void prompt::keep(const char *line)
 char *prompt::prompt_text(EditLine *)
 {
     return const_cast<char *>(PROMPT);
+}
+
+/* As libedit's own in the locale "C", which the prompt is in: a byte is a key. */
+int prompt::read_key(EditLine *line, wchar_t *key)
+{
+    prompt *self = nullptr;
+    pollfd input = {STDIN_FILENO, POLLIN, 0};
+    unsigned char byte = 0;
+
+    el_get(line, EL_CLIENTDATA, &self);
+    if (ppoll(&input, 1, nullptr, self->signals_->outside()) < 0)
+        return -1;
+    const ssize_t got = read(STDIN_FILENO, &byte, 1);
+    *key = byte;
+    return int(got);
 }
 
 /* Completion that finds nobody completes nothing; the next command says why. */

@@ -1,5 +1,6 @@
 /*
  * A value that rounds up to a full step goes on to the next unit: 999,999 is 1.0M and not 1000k.
+ * The console's own tables round bytes in the same way, so that both show the same figure.
  */
 #include "short_text.h"
 
@@ -11,7 +12,7 @@ std::string in_units(double value, double step, const char *units)
 {
     char text[32];
 
-    for (; value >= step * 0.9995 && units[1] != '\0'; ++units)
+    for (; value >= step - 0.5 && units[1] != '\0'; ++units)
         value /= step;
     if (units[0] == ' ')
         snprintf(text, sizeof text, "%.0f", value);

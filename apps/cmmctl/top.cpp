@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "exit_codes.h"
+#include "held_signals.h"
 #include "top_screen.h"
 #include "top_session.h"
 
@@ -27,34 +28,6 @@ void end_by_signal(int)
 {
     g_ended = 1;
 }
-
-/* Holds back the signals that end or resize `top`, but for the waits. */
-class held_signals
-{
-public:
-    held_signals()
-    {
-        struct sigaction action = {};
-        sigset_t held;
-
-        action.sa_handler = end_by_signal;
-        sigemptyset(&held);
-        for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-            sigaction(number, &action, nullptr);
-            sigaddset(&held, number);
-        }
-        sigaddset(&held, SIGWINCH);
-        sigprocmask(SIG_BLOCK, &held, &outside_);
-    }
-    ~held_signals() { sigprocmask(SIG_SETMASK, &outside_, nullptr); }
-    held_signals(const held_signals &) = delete;
-    held_signals &operator=(const held_signals &) = delete;
-
-    const sigset_t *outside() const { return &outside_; }
-
-private:
-    sigset_t outside_;
-};
 
 top_view first_view(const top_options &options)
 {
@@ -103,7 +76,7 @@ void expect_process(const std::string &socket)
 int run_top(const top_options &options)
 {
     expect_process(options.socket);
-    const held_signals signals;
+    const held_signals signals(end_by_signal, {SIGINT, SIGTERM, SIGHUP}, {SIGWINCH});
     top_session session(options.socket, first_view(options));
     top_screen screen;
 

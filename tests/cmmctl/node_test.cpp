@@ -163,6 +163,18 @@ TEST_F(LiveNode, shows_who_waits_and_who_holds)
     freeMultiPages(arrived.pages, MODULE, __func__, __LINE__);
 }
 
+/* 837,600 bytes, which are 817.97 KiB. */
+TEST_F(LiveNode, shows_the_same_bytes_in_the_table_and_in_top)
+{
+    SGL *const pages = take_pages(100);
+    const node_result table = ask({"umm", "show", "holders", "page"});
+    const std::string top = top_once();
+
+    EXPECT_THAT(table.out, ContainsRegex("\n +100 +818 KiB [^\n]*take_pages:41\n"));
+    EXPECT_THAT(top, ContainsRegex("\nPAGE PARTITION +100 +818K [^\n]*take_pages:41\n"));
+    freeMultiPages(pages, MODULE, __func__, __LINE__);
+}
+
 TEST_F(LiveNode, is_followed_by_top_while_pages_come_and_go)
 {
     const terminal shown(scratch_, 80, 24,

@@ -40,6 +40,12 @@ TEST(ShortText, bytes_go_in_steps_of_1024)
     EXPECT_EQ(short_bytes(1024), "1.0K");
     EXPECT_EQ(short_bytes(1536), "1.5K");
     EXPECT_EQ(short_bytes(102400), "100K");
+    EXPECT_EQ(short_bytes(8376), "8.2K");
+    EXPECT_EQ(short_bytes(102348), "99.9K");
+    EXPECT_EQ(short_bytes(102349), "100K");
+    EXPECT_EQ(short_bytes(134016), "131K");
+    EXPECT_EQ(short_bytes(1048063), "1023K");
+    EXPECT_EQ(short_bytes(1048064), "1.0M");
     EXPECT_EQ(short_bytes(1048575), "1.0M");
     EXPECT_EQ(short_bytes(16777216), "16.0M");
     EXPECT_EQ(short_bytes(18446744073709551615u), "16.0E");

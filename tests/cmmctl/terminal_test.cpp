@@ -53,7 +53,10 @@ TEST_F(OnTerminal, top_shows_pools_requests_and_holders_in_80_columns)
     const auto process = busy_console();
     const terminal shown(folder(), 80, 24, command("top"));
 
-    ASSERT_TRUE(shown.shows("read_ahead:120"));
+    ASSERT_TRUE(shown.comes_to([&] {
+        return shown.text().find("read_ahead:120") != std::string::npos &&
+               last_line(shown).find("q quit") == 0;
+    })) << shown.text();
     const std::vector<std::string> lines = shown.screen();
     ASSERT_EQ(lines.size(), 24u);
     for (const std::string &line : lines)
@@ -95,7 +98,10 @@ TEST_F(OnTerminal, top_sorts_and_filters_by_key)
     ASSERT_TRUE(shown.shows("SGL_PARTITION"));
     shown.press({"s", "r"});
     EXPECT_TRUE(shown.shows("sort: -name"));
-    EXPECT_THAT(shown.screen()[3], HasSubstr("SGL_PARTITION"));
+    EXPECT_TRUE(shown.comes_to([&] {
+        const std::vector<std::string> lines = shown.screen();
+        return lines.size() == 24 && lines[3].find("SGL_PARTITION") == 0;
+    })) << shown.text();
     shown.press({"/", "p", "a", "g", "e"});
     EXPECT_TRUE(shown.shows("filter: page_"));
     EXPECT_TRUE(shown.shows_no("SGL_PARTITION"));
@@ -234,6 +240,22 @@ TEST_F(OnTerminal, the_prompt_shows_what_could_be_meant)
         return shown.text().find("cmm> umm show pool", shown.text().find("pool  pools")) !=
                std::string::npos;
     }));
+}
+
+TEST_F(OnTerminal, the_prompt_knows_every_level)
+{
+    const auto process = console([](const std::string &) {
+        return says(R"({"commands":[{"words":"log level <module> <level>"}]})");
+    });
+    const terminal shown(folder(), 80, 24, command(""));
+
+    ASSERT_TRUE(shown.shows("cmm>"));
+    shown.type("log level 386 ");
+    shown.press({"Tab", "Tab"});
+    EXPECT_TRUE(shown.shows("debug  default  error  fatal  info  notice  warning"));
+    shown.type("n");
+    shown.press({"Tab"});
+    EXPECT_TRUE(shown.shows("cmm> log level 386 notice"));
 }
 
 TEST_F(OnTerminal, the_prompt_s_history_outlives_it)

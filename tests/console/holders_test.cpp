@@ -66,6 +66,23 @@ json page_pool_named()
     return pool;
 }
 
+/* How the headline of a pool shows its bytes, with one object of this size out. */
+std::string bytes_of_one_object(uint32_t size)
+{
+    uint32_t id = 0;
+    void *object = nullptr;
+    EXPECT_EQ(createStructurePartition(1, "sized", TEST_MODULE, 0, size, &id, nullptr, nullptr, 0),
+              0u);
+    allocStructure(TEST_MODULE, id, &object, "taker");
+    const std::string text = run_line("umm show holders sized").text;
+    freeStructure(object, id, TEST_MODULE, "giver", 0);
+    EXPECT_EQ(deleteStructurePartition(id), 0u);
+
+    const std::string before = "1 object out, ";
+    const size_t from = text.find(before) + before.size();
+    return text.substr(from, text.find(", held by") - from);
+}
+
 } // namespace
 
 TEST_F(ShowHolders, holders_are_listed_with_the_most_objects_first)
@@ -74,12 +91,12 @@ TEST_F(ShowHolders, holders_are_listed_with_the_most_objects_first)
     const answer said = run_line("umm show holders PAGE PARTITION");
     EXPECT_EQ(said.status, 0);
     EXPECT_EQ(said.text,
-              fill_in("PAGE PARTITION, handle {handle}: 6 objects out, 49.0 KiB, held by "
+              fill_in("PAGE PARTITION, handle {handle}: 6 objects out, 49.1 KiB, held by "
                       "3 call sites\n"
                       "  objects     bytes    leaked oldest(s)  module       function:line\n"
                       "        3  24.5 KiB         0        30  tester       young_taker:34\n"
-                      "        2  16.3 KiB         2       681  tester       old_taker:12\n"
-                      "        1   8.1 KiB         0        30  4711         stranger:0\n",
+                      "        2  16.4 KiB         2       681  tester       old_taker:12\n"
+                      "        1   8.2 KiB         0        30  4711         stranger:0\n",
                       {{"handle", page_pool()}}));
 }
 
@@ -101,6 +118,19 @@ TEST_F(ShowHolders, a_pool_with_nothing_out_has_no_holders)
     const json pool = run_json("umm show holders sgl")["pools"][0];
     EXPECT_EQ(pool["objects"], 0);
     EXPECT_EQ(pool["sites"], json::array());
+}
+
+/* Whole above 99.9, and what rounds up to 1024 is 1.0 of the next unit: as in cmmctl's screen. */
+TEST_F(ShowHolders, bytes_are_rounded_to_the_nearest)
+{
+    EXPECT_EQ(bytes_of_one_object(1023), "1023 B");
+    EXPECT_EQ(bytes_of_one_object(1024), "1.0 KiB");
+    EXPECT_EQ(bytes_of_one_object(8376), "8.2 KiB");
+    EXPECT_EQ(bytes_of_one_object(102348), "99.9 KiB");
+    EXPECT_EQ(bytes_of_one_object(102349), "100 KiB");
+    EXPECT_EQ(bytes_of_one_object(134016), "131 KiB");
+    EXPECT_EQ(bytes_of_one_object(1048063), "1023 KiB");
+    EXPECT_EQ(bytes_of_one_object(1048064), "1.0 MiB");
 }
 
 /* 300 call sites, told apart by their lines; 256 of them are shown. */
@@ -131,10 +161,10 @@ TEST_F(ShowHolders, only_sites_with_leaked_objects_are_among_the_leaks)
     const answer said = run_line("umm show leaks");
     EXPECT_EQ(said.status, 0);
     EXPECT_EQ(said.text,
-              fill_in("2 objects out for 600 s or more, 16.3 KiB, of 1 pool\n"
-                      "PAGE PARTITION, handle {handle}: 2 of 6 out, 16.3 KiB\n"
+              fill_in("2 objects out for 600 s or more, 16.4 KiB, of 1 pool\n"
+                      "PAGE PARTITION, handle {handle}: 2 of 6 out, 16.4 KiB\n"
                       "  objects     bytes    leaked oldest(s)  module       function:line\n"
-                      "        2  16.3 KiB         2       681  tester       old_taker:12\n",
+                      "        2  16.4 KiB         2       681  tester       old_taker:12\n",
                       {{"handle", page_pool()}}));
 }
 

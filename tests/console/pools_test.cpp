@@ -58,7 +58,7 @@ TEST_F(ShowPools, pools_are_listed_with_what_is_out_and_leaked)
               "REQ PARTITION                           0        32         0        0  64.0 KiB\n"
               "SGL PARTITION                           0        64         0        0   128 KiB\n"
               "ZERO_PAGE_POOL                          1         1         1        0  64.0 KiB\n"
-              "PAGE PARTITION                          3       128         3        3   1.0 MiB\n"
+              "PAGE PARTITION                          3       128         3        3   1.1 MiB\n"
               "PAGE REQUEST                            0        16         0        0       0 B\n"
               "5 pools, 1.3 MiB for objects. Leaked: out for 600 s or more.\n");
     give_back(pages);
@@ -113,7 +113,7 @@ TEST_F(ShowPools, one_pool_is_shown_with_all_that_is_known)
         "  objects made      {made}, backed from the start 128\n"
         "  allocations       4, frees 1\n"
         "  leaked            3, 24.5 KiB, out for 600 s or more\n"
-        "  node 0            3 used, {free} free ({free} in threads' caches), 1.0 MiB in 1 piece\n",
+        "  node 0            3 used, {free} free ({free} in threads' caches), 1.1 MiB in 1 piece\n",
         {{"handle", hex(record.handle)},
          {"whole", number(record.whole_size)},
          {"made", number(record.made)},

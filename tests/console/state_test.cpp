@@ -36,10 +36,10 @@ uint64_t free_pages()
 
 std::string kib(uint64_t bytes)
 {
-    const uint64_t tenths = bytes * 10 / 1024;
-    return tenths >= 1000
-               ? std::to_string(tenths / 10) + " KiB"
-               : std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " KiB";
+    const double value = double(bytes) / 1024;
+    char text[16];
+    snprintf(text, sizeof text, value < 99.95 ? "%.1f KiB" : "%.0f KiB", value);
+    return text;
 }
 
 std::string right(const std::string &text, size_t width)
@@ -56,13 +56,13 @@ TEST_F(ShowState, nodes_are_summed_up_and_shown_by_pool)
     EXPECT_EQ(
         run_line("umm show numa").text,
         fill_in("all pools                                      used     free   cached   memory\n"
-                "node 0                                     48.1 KiB {bytes} {bytes}  1.3 MiB\n"
+                "node 0                                     48.2 KiB {bytes} {bytes}  1.3 MiB\n"
                 "\n"
                 "pool, objects                                  used     free   cached   memory\n"
                 "REQ PARTITION                   node 0            0        0        0 64.0 KiB\n"
                 "SGL PARTITION                   node 0            0        0        0  128 KiB\n"
                 "ZERO_PAGE_POOL                  node 0            1        0        0 64.0 KiB\n"
-                "PAGE PARTITION                  node 0            1 {free} {free}  1.0 MiB\n",
+                "PAGE PARTITION                  node 0            1 {free} {free}  1.1 MiB\n",
                 {{"bytes", right(kib(free * 8376), 8)}, {"free", right(std::to_string(free), 8)}}));
     freeOnePage(page, TEST_MODULE, "giver", 13);
 }

@@ -200,6 +200,15 @@ TEST_F(NodeProtect, the_log_goes_to_the_file_that_is_named)
     EXPECT_THAT(read_whole(path("node.log")), HasSubstr("[UMM_CMM] umm_cmm module exit finish."));
 }
 
+TEST_F(NodeProtect, lines_of_the_log_name_the_module_that_they_come_from)
+{
+    node({"--log-level", "info", "--log-file", path("node.log"), make_file("file", noise(5000))});
+    const std::string log = read_whole(path("node.log"));
+
+    EXPECT_THAT(log, ContainsRegex(" info +[0-9]+ cmm [^\n]*umm_cmm module exit finish\\."));
+    EXPECT_THAT(log, Not(HasSubstr(" unknown ")));
+}
+
 TEST_F(NodeProtect, the_sample_configuration_serves_this_machine)
 {
     const node_result run = run_program(
