@@ -25,11 +25,18 @@ using state = benchmark::State;
 using measured = void (*)(state &);
 using setup = void (*)(const state &);
 
+/* How often each measurement turns, where instructions are counted and not times; 0: until the time
+ * that is asked for has passed. Set before anything is added. */
+inline int64_t g_turns = 0;
+
 inline benchmark::internal::Benchmark *add(const char *row, const char *source, int threads,
                                            measured function)
 {
     const std::string name = std::string(row) + "/" + source;
-    return benchmark::RegisterBenchmark(name.c_str(), function)->Threads(threads)->UseRealTime();
+    auto *const added = benchmark::RegisterBenchmark(name.c_str(), function);
+    if (g_turns != 0)
+        added->Iterations(g_turns);
+    return added->Threads(threads)->UseRealTime();
 }
 
 /* `per` things are done in each iteration, by each thread. */

@@ -4,6 +4,7 @@
  *     cmm_bench [--benchmark_...]      the measurements; see the bench script at the root
  *     cmm_bench --memory-of=SOURCE     what memory_bench.cpp asks of a process of its own
  *     cmm_bench --watch-console=PATH   what console_client.cpp does
+ *     cmm_bench --turns=N [...]        each measurement N times, for those who count instructions
  *
  * One of the allocators wants more room for thread-local data than a process sets aside for what
  * it loads later. How much that is can only be said before a program starts, so this one starts
@@ -81,6 +82,13 @@ int main(int argc, char **argv)
     constexpr char MEMORY_OF[] = "--memory-of=";
     if (argc == 2 && strncmp(argv[1], MEMORY_OF, sizeof MEMORY_OF - 1) == 0)
         return bench::print_memory_of(argv[1] + sizeof MEMORY_OF - 1);
+
+    constexpr char TURNS[] = "--turns=";
+    if (argc > 1 && strncmp(argv[1], TURNS, sizeof TURNS - 1) == 0) {
+        bench::g_turns = atoll(argv[1] + sizeof TURNS - 1);
+        argv[1] = argv[0];
+        --argc, ++argv;
+    }
 
     bench::page_work_check();
     add_everything();

@@ -266,6 +266,32 @@ def document(run, rows, explanations, plot_name):
     return "\n".join(lines + body) + "\n", targets
 
 
+def instructions_section(folder, rows):
+    """What a thing costs in instructions, as callgrind counted; nothing when it has not."""
+    path = folder / "instructions.json"
+    if not path.exists():
+        return []
+    counted = {(cell["row"], cell["source"]): cell for cell in json.loads(path.read_text())}
+    columns = [source for source in COLUMNS if any(source == key[1] for key in counted)]
+    lines = ["", "## Instructions", "",
+             "Counted by callgrind in rows of one thread, the difference between many turns and few,",
+             "then the functions that take at least a fiftieth of *ours, static*, with what is compiled",
+             "into them. Waiting for memory does not show here, and instructions of a copy move up to",
+             "32 bytes.", "",
+             "| | " + " | ".join(COLUMNS[source] for source in columns)
+             + " | of ours, static |", "|---|" + "---:|" * len(columns) + "---|"]
+    for row in rows:
+        cells = [counted.get((row["id"], source)) for source in columns]
+        if row["threads"] != 1 or not any(cells) or unit_of(row) != "ns":
+            continue
+        ours = counted.get((row["id"], "static"), {"functions": []})
+        lines.append(f"| {row['title']} | "
+                     + " | ".join(number(cell["instructions"]) if cell else "" for cell in cells)
+                     + " | " + ", ".join(f"`{name.split('::')[-1]}` {number(value)}"
+                                         for name, value in ours["functions"][:5]) + " |")
+    return lines
+
+
 def node_section(folder):
     """cmm_node beside cp, from hyperfine's files and the profile; nothing when they are not there."""
     lines = []
@@ -345,7 +371,9 @@ def write(result_path, document_path):
     rows = load("targets.toml")["row"]
     plot_path = document_path.with_suffix(".svg")
     text, targets = document(run, rows, load("explanations.toml"), plot_path.name)
-    document_path.write_text(text + "\n".join(node_section(Path(result_path).parent) + [""]))
+    folder = Path(result_path).parent
+    document_path.write_text(
+        text + "\n".join(instructions_section(folder, rows) + node_section(folder) + [""]))
     plot_path.write_text(plot(run, rows))
     print(f"{document_path}: {targets.met} targets met, {targets.missed} missed, "
           f"{targets.unmeasured} not measured")

@@ -74,8 +74,9 @@ static inline bool copy_piece(const piece &part, piece *failed)
 /* ------------------------------------------------------------------ one entry, data measure */
 
 /*
- * What begins inside a sector, or is shorter than one; whole sectors; what is left of the last one.
- * Only the sectors in the middle are many, and for them nothing is computed but two addresses.
+ * One loop for the first, the whole and the last sector. Taken apart, so that whole sectors need no
+ * minimum and no test of their rest, a hot copy of 256 KiB took 0.98 to 1.1 of the time: a sector's
+ * copy is long enough to hide both.
  *
  * False when the copy of a piece failed, which `failed` is then.
  */
@@ -86,19 +87,17 @@ static bool copy_sectors(const SGL_ENTRY *entry, uint32_t offset, typename Way::
     uint8_t *sector = entry->buf + size_t(offset / PAGE_SECTOR_DATA_SIZE) * PAGE_SECTOR_SIZE;
     offset %= PAGE_SECTOR_DATA_SIZE;
 
-    const uint32_t count = std::min(PAGE_SECTOR_DATA_SIZE - offset, length);
-    if (!copy_piece(Way::between(sector + offset, side, count, offset), failed))
-        return false;
-    side += count;
-    length -= count;
-    for (; length >= PAGE_SECTOR_DATA_SIZE; length -= PAGE_SECTOR_DATA_SIZE) {
-        sector += PAGE_SECTOR_SIZE;
-        if (!copy_piece(Way::between(sector, side, PAGE_SECTOR_DATA_SIZE, 0), failed))
+    for (;;) {
+        const uint32_t count = std::min(PAGE_SECTOR_DATA_SIZE - offset, length);
+        if (!copy_piece(Way::between(sector + offset, side, count, offset), failed))
             return false;
-        side += PAGE_SECTOR_DATA_SIZE;
+        length -= count;
+        if (length == 0)
+            return true;
+        side += count;
+        offset = 0;
+        sector += PAGE_SECTOR_SIZE;
     }
-    return length == 0 ||
-           copy_piece(Way::between(sector + PAGE_SECTOR_SIZE, side, length, 0), failed);
 }
 
 int32_t copyDataFromBufferToEntryIgnoreDif(SGL_ENTRY *entry, uint32_t offset, const void *buffer,
