@@ -63,6 +63,7 @@ static void drop_first(console_words *words)
 
 struct listed {
     const console_words *words; /* how a listed command begins; null = all are listed */
+    uint32_t words_min = 0;     /* fewer than these words are not listed */
     std::string text;
     size_t column = NAME_COLUMN;
     uint32_t count = 0;
@@ -71,7 +72,8 @@ struct listed {
 
 static bool is_listed(const listed &list, const console_entry &entry)
 {
-    return list.words == nullptr || console_begins_with(entry, *list.words);
+    return entry.words.count >= list.words_min &&
+           (list.words == nullptr || console_begins_with(entry, *list.words));
 }
 
 static void add_row(listed *list, const std::string &name, const std::string &help)
@@ -182,10 +184,11 @@ static std::string echo(const console_words &words)
     return line.substr(0, end) + "...";
 }
 
-/* Says what could have been meant by words that fit no command. */
+/* Says what could have been meant by words that fit no command. One that has come under just these
+ * words since they were looked for is named as near, not as what they lack words of. */
 static bool refuse_unknown(const console_words &words)
 try {
-    listed longer{.words = &words, .text = {}};
+    listed longer{.words = &words, .words_min = words.count + 1, .text = {}};
     console_table_walk(measure, &longer);
     console_table_walk(add_text_row, &longer);
     if (longer.count != 0) {

@@ -2,6 +2,7 @@
  * The life of the console's server: start and stop many times, idle, forked, and under load.
  */
 #include "zyax_console_helpers.h"
+#include "zyax_fork_helpers.h"
 
 #include <gtest/gtest.h>
 
@@ -159,6 +160,7 @@ TEST(ZyaxConsoleLife, an_idle_server_waits_without_a_limit)
 
 TEST(ZyaxConsoleLife, a_forked_child_has_no_server_and_holds_no_connection)
 {
+    SKIP_IF_CHILD_CANNOT_ALLOCATE();
     temp_folder folder;
     const std::string path = folder.path("console");
     ASSERT_EQ(zyax_console_start(path.c_str()), 0);
@@ -236,6 +238,7 @@ TEST(ZyaxConsoleLife, a_child_that_returns_from_its_command_ends_and_harms_nobod
 #ifndef __SANITIZE_THREAD__ /* which ends a forked process that starts threads */
 TEST(ZyaxConsoleLife, a_forked_child_may_serve_a_console_of_its_own)
 {
+    SKIP_IF_CHILD_CANNOT_ALLOCATE();
     ASSERT_EQ(add_command("log sinks"), 0);
     served_console console;
     temp_folder folder;

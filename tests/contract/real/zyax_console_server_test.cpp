@@ -2,6 +2,7 @@
  * The console's server: its socket, and whom and what it leaves alone.
  */
 #include "zyax_console_helpers.h"
+#include "zyax_fork_helpers.h"
 
 #include <gtest/gtest.h>
 
@@ -207,6 +208,7 @@ TEST(ZyaxConsoleServer, a_second_start_is_refused_and_the_first_goes_on)
 /* The socket's mode keeps others out. Where it was widened, the server itself does. */
 TEST(ZyaxConsoleServer, another_user_is_disconnected_even_when_the_mode_lets_him_in)
 {
+    SKIP_IF_CHILD_CANNOT_ALLOCATE();
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can be another user";
     kept_log log;

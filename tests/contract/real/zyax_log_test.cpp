@@ -3,6 +3,7 @@
  * nobody held up.
  */
 #include "zyax.h"
+#include "zyax_fork_helpers.h"
 #include "zyax_log_helpers.h"
 
 #include <atomic>
@@ -568,6 +569,7 @@ static int in_child(const std::function<void()> &body)
 
 TEST(Zylog, a_forked_childs_line_is_written_when_its_call_returns)
 {
+    SKIP_IF_CHILD_CANNOT_ALLOCATE();
     const temp_folder folder;
     log_to_file(folder);
     LOG(ZYLOG_ERROR, "parent before");
@@ -586,6 +588,7 @@ TEST(Zylog, a_forked_childs_line_is_written_when_its_call_returns)
 
 TEST(Zylog, forks_in_the_midst_of_logging_neither_hang_nor_repeat_lines)
 {
+    SKIP_IF_CHILD_CANNOT_ALLOCATE();
     const temp_folder folder;
     log_to_file(folder);
     LOG(ZYLOG_ERROR, "first, so that there is a writer");
@@ -623,6 +626,7 @@ static void child_with_a_sink_of_its_own(const temp_folder &folder)
 
 TEST(Zylog, a_forked_child_that_adds_a_sink_has_a_writer_again)
 {
+    SKIP_IF_CHILD_CANNOT_ALLOCATE();
     const temp_folder folder;
     log_to_file(folder);
     LOG(ZYLOG_ERROR, "parent");
