@@ -31,7 +31,7 @@ TYPES_MAY_EMBED = {"zyax.h", "zymm.h", "zyumm.h"}
 LIBC_OF_HEADERS = {"stdint.h", "stddef.h", "stdarg.h"}
 LIBC_OF_ONE = {"zyumm_cmm_page.h": {"pthread.h"}}  # an exported once-control
 VENDORS = ("mxml.h", "numa.h", "numaif.h", "ini.h", "INIReader.h", "spdlog/", "fmt/", "CLI/",
-           "gtest/")
+           "gtest/", "nbdkit-", "isa-l/")
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]')
 
@@ -156,7 +156,7 @@ def library_common(path, kind, detail):
 
 def program(path, kind, detail):
     if kind == "vendor":
-        return detail.startswith("CLI/")
+        return detail.startswith(("CLI/", "nbdkit-", "isa-l/"))
     return kind in ("exported", "seam", "host", "own", "system")
 
 

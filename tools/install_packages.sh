@@ -3,6 +3,7 @@
 #
 #     tools/install_packages.sh build     what ./run needs
 #     tools/install_packages.sh test      what ./test needs besides (the default)
+#     tools/install_packages.sh block     what ./run block needs: the build's, nbdkit and clients
 #     tools/install_packages.sh bench     what ./bench needs: the build's packages and the peers
 #
 # The one place that lists them. As root it calls apt-get itself, otherwise through sudo.
@@ -15,6 +16,7 @@ BUILD_PACKAGES=(
     libinih-dev     # ini files
     libspdlog-dev   # log sinks and rotation
     libcli11-dev    # command lines of the programs
+    nbdkit-plugin-dev libisal-dev # nbd_node: what it plugs into, and its CRC
 )
 TEST_PACKAGES=(
     gcc clang-14
@@ -22,6 +24,10 @@ TEST_PACKAGES=(
     python3 binutils # the checks of includes and exports
     gcovr            # the coverage of the unit tests
     valgrind libc6-dbg # a use after free is found at its line
+)
+BLOCK_PACKAGES=(
+    nbdkit                         # the server that nbd_node plugs into
+    libnbd-bin python3-libnbd qemu-utils fio e2fsprogs # its clients
 )
 BENCH_PACKAGES=(
     libbenchmark-dev python3
@@ -55,9 +61,10 @@ as_root()
 
 case "${1:-test}" in
     build) wanted=("${BUILD_PACKAGES[@]}") ;;
-    test)  wanted=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}") ;;
+    test)  wanted=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${BLOCK_PACKAGES[@]}") ;;
+    block) wanted=("${BUILD_PACKAGES[@]}" "${BLOCK_PACKAGES[@]}") ;;
     bench) wanted=("${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}") ;;
-    *)     echo "usage: tools/install_packages.sh [build|test|bench]" >&2; exit 2 ;;
+    *)     echo "usage: tools/install_packages.sh [build|test|block|bench]" >&2; exit 2 ;;
 esac
 
 if ! command -v dpkg-query >/dev/null; then

@@ -1,0 +1,60 @@
+/*
+ * Start and stop. A service that never started has nothing to report.
+ */
+#include "device_service.h"
+
+#include <dlfcn.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "node_error.h"
+#include "node_identity.h"
+#include "zyax_log.h"
+#include "zyumm_cmm.h"
+
+namespace {
+
+/* Where the build, and a package, put the sample: beside the plugin's folder. */
+std::string sample_config_dir()
+{
+    Dl_info here;
+    if (dladdr(reinterpret_cast<const void *>(sample_config_dir), &here) == 0)
+        throw node_error("config= is missing, and the plugin does not know where it lies");
+    const std::filesystem::path plugin = std::filesystem::absolute(here.dli_fname);
+    return (plugin.parent_path().parent_path() / "etc" / "nbd_node").string();
+}
+
+} // namespace
+
+void device_service::open()
+{
+    check_options(options);
+    if (options.config_dir.empty())
+        options.config_dir = sample_config_dir();
+    files_ = std::make_unique<device_files>(options.file, options.replicas, options.size,
+                                            options.barrier);
+    device_ = std::make_unique<block_device>(*files_, options.write_through);
+}
+
+void device_service::start()
+{
+    zyax_module_name_set(NODE_MODULE_ID, "nbd_node");
+    zyax_module_name_set(CMM_MODULE_ID, "cmm");
+    library_ = std::make_unique<library_use>(options.config_dir);
+    device_->start(options.timeout);
+}
+
+bool device_service::stop()
+{
+    if (library_ == nullptr)
+        return true;
+    const int flush_failure = device_->stop();
+    if (flush_failure == 0)
+        files_->close();
+    audit_ = audit_at_the_end();
+    print_holders(audit_);
+    const bool clean = library_->stop() && !device_->records_left();
+    write_report(flush_failure, clean);
+    return flush_failure == 0 && audit_.clean() && clean;
+}

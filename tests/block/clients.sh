@@ -1,0 +1,175 @@
+# Real clients on a sound device. One function a case; its name is its claim.
+
+in_and_out()
+{
+    random_file "$SCRATCH/in" 40
+    start_device size=40M "$@"
+    nbdcopy --flush "$SCRATCH/in" "$URI" || die "nbdcopy in"
+    nbdcopy "$URI" "$SCRATCH/out" || die "nbdcopy out"
+    same "$SCRATCH/in" "$SCRATCH/out"
+    stop_device
+    start_device "$@"
+    nbdcopy "$URI" "$SCRATCH/again" || die "nbdcopy out after a new start"
+    same "$SCRATCH/in" "$SCRATCH/again"
+    stop_device
+}
+
+quick nbdcopy_gets_back_what_it_put_in
+nbdcopy_gets_back_what_it_put_in()
+{
+    config 512
+    in_and_out mode=writeback
+}
+
+quick nbdcopy_gets_back_what_it_put_in_through_the_cache
+nbdcopy_gets_back_what_it_put_in_through_the_cache()
+{
+    config 512
+    in_and_out mode=writethrough barrier=true
+}
+
+quick parts_of_sectors_and_pages_are_written_and_read
+parts_of_sectors_and_pages_are_written_and_read()
+{
+    start_device size=4M
+    io "write -P 0x11 0 1M" "write -P 0x22 513 1000" "read -P 0x11 0 513" "read -P 0x22 513 1000" \
+        "read -P 0x11 1513 20000" "write -P 0x33 8191 2" "read -P 0x33 8191 2" \
+        "read -P 0x11 8193 8191" "write -P 0x44 2097152 512" "read -P 0x44 2097152 512" \
+        "read -P 0 2097664 512" "read -P 0 2098176 7168" "flush" "write -f -P 0x55 524287 100000" \
+        "read -P 0x11 520000 4287" "read -P 0x55 524287 100000" "read -P 0x11 624287 1000"
+    stop_device
+    # What was cached in part is whole in the file: everything once more, from there.
+    start_device
+    io "read -P 0x11 0 513" "read -P 0x22 513 1000" "read -P 0x33 8191 2" "read -P 0x11 8193 8191" \
+        "read -P 0x44 2097152 512" "read -P 0 2097664 10000" "read -P 0x55 524287 100000"
+    stop_device
+    fact '^integrity *0 sectors damaged'
+}
+
+quick zeros_and_trims_are_holes_and_read_as_zeros
+zeros_and_trims_are_holes_and_read_as_zeros()
+{
+    local before after
+
+    start_device size=64M
+    io "write -P 0x77 0 32M" "flush"
+    before=$(stat -c %b "$DISK")
+    io "discard 8M 16M" "read -P 0x77 0 8M" "read -P 0 8M 16M" "read -P 0x77 24M 8M" \
+        "write -z -u 1000 50000" "read -P 0x77 0 1000" "read -P 0 1000 50000" \
+        "read -P 0x77 51000 50000" "write -z 1M 1M" "read -P 0 1M 1M" "flush"
+    after=$(stat -c %b "$DISK")
+    [ "$after" -lt $((before - 28000)) ] || die "16 MiB trimmed, blocks went from $before to $after"
+    nbdinfo --map --totals "$URI" >"$SCRATCH/map"
+    grep -qE '^ *50[0-9]{6} .*hole,zero' "$SCRATCH/map" || die "$(cat "$SCRATCH/map")"
+    stop_device
+    fact '^integrity *0 sectors damaged'
+}
+
+quick zeros_that_must_keep_their_room_are_no_holes
+zeros_that_must_keep_their_room_are_no_holes()
+{
+    start_device size=8M
+    io "write -z 0 1M" "flush" "read -P 0 0 8M"
+    nbdinfo --map "$URI" >"$SCRATCH/map"
+    grep -qE '^ +0 +1048576 +0 +data' "$SCRATCH/map" || die "$(cat "$SCRATCH/map")"
+    stop_device
+}
+
+quick zeros_take_no_page
+zeros_take_no_page()
+{
+    # A pool of 64 pages, a device of 8192: 64 MiB of zeros fit through it without one page.
+    config 64
+    start_device size=64M
+    head -c 64M /dev/zero >"$SCRATCH/zeros"
+    nbdcopy --allocated --flush "$SCRATCH/zeros" "$URI" || true
+    io "write -P 0 0 64M" "read -P 0 0 64M"
+    stop_device
+    fact '^queue *0 requests for pages'
+}
+
+quick a_qcow2_image_lives_inside
+a_qcow2_image_lives_inside()
+{
+    local inside="json:{\"driver\":\"qcow2\",\"file\":{\"driver\":\"nbd\",\"server\":
+        {\"type\":\"unix\",\"path\":\"$SOCKET\"}}}"
+
+    config 512
+    random_file "$SCRATCH/raw" 32
+    start_device size=48M
+    qemu-img create -q -f qcow2 "$URI" 32M || die "create"
+    qemu-img convert -q -n -f raw -O qcow2 "$SCRATCH/raw" "$URI" || die "convert"
+    qemu-img compare -q -f raw -F qcow2 "$SCRATCH/raw" "$URI" || die "compare"
+    qemu-img check -q -f qcow2 "$URI" || die "check"
+    qemu-img map --output=json "$inside" >"$SCRATCH/map" || die "map"
+    grep -q '"zero": true' "$SCRATCH/map" || die "the map knows no zeros: $(cat "$SCRATCH/map")"
+    stop_device
+}
+
+quick a_file_system_lives_inside
+a_file_system_lives_inside()
+{
+    config 256
+    mkdir "$SCRATCH/files"
+    cp -r "$ROOT/include" "$ROOT/docs" "$SCRATCH/files"
+    head -c 5000000 /dev/urandom >"$SCRATCH/files/noise"
+    truncate -s 64M "$SCRATCH/image"
+    mke2fs -q -t ext4 -d "$SCRATCH/files" "$SCRATCH/image" || die "mke2fs"
+    start_device size=64M
+    nbdcopy --flush "$SCRATCH/image" "$URI" || die "nbdcopy in"
+    nbdcopy "$URI" "$SCRATCH/exported" || die "nbdcopy out"
+    stop_device
+    e2fsck -fn "$SCRATCH/exported" >"$SCRATCH/fsck" 2>&1 || die "$(cat "$SCRATCH/fsck")"
+    mkdir "$SCRATCH/dump"
+    debugfs -R "rdump /include /docs /noise $SCRATCH/dump" "$SCRATCH/exported" 2>/dev/null
+    diff -r "$SCRATCH/files" "$SCRATCH/dump" || die "the files differ"
+}
+
+quick four_connections_on_a_small_pool_find_what_they_wrote
+four_connections_on_a_small_pool_find_what_they_wrote()
+{
+    # 4 x 8 MiB are 4096 pages; a twentieth of them is the pool.
+    config 204
+    start_device size=32M
+    fio_run --name=mixed --rw=randrw --bsrange=512-1m --size=8m --offset_increment=8m --numjobs=4 \
+        --iodepth=16 --verify=crc32c --verify_fatal=1 --randseed=7
+    stop_device
+    fact '^eviction *[1-9]'
+    fact ' 0 timed out, 0 refused$'
+}
+
+quick a_flush_covers_every_connection
+a_flush_covers_every_connection()
+{
+    # One client writes, another one flushes; then the server is killed.
+    start_device size=8M
+    io "write -P 0x5a 1M 2M"
+    io "flush"
+    kill_device
+    start_device
+    io "read -P 0x5a 1M 2M"
+    stop_device
+}
+
+long fio_mixes_reads_writes_and_trims_for_a_minute
+fio_mixes_reads_writes_and_trims_for_a_minute()
+{
+    local seconds=${BLOCK_SECONDS:-60}
+
+    # 4 x 64 MiB are 32768 pages; a twentieth of them is the pool.
+    config 1638
+    start_device size=256M
+    fio_run --name=mixed --rw=randrw --bsrange=512-1m --size=64m --offset_increment=64m \
+        --numjobs=4 --iodepth=16 --verify=crc32c --verify_fatal=1 --verify_backlog=256 \
+        --time_based --runtime="$seconds"
+    fio_run --name=trims --rw=randtrimwrite --bsrange=512-1m --size=64m --offset_increment=64m \
+        --numjobs=4 --iodepth=16 --verify=crc32c --verify_fatal=1 --time_based \
+        --runtime="$((seconds / 2))"
+    stop_device
+    fact '^eviction *[1-9]'
+    fact ' 0 timed out, 0 refused$'
+    start_device
+    nbdcopy "$URI" null: || die "a sector is damaged after all that"
+    stop_device
+    fact '^integrity *0 sectors damaged'
+}

@@ -1,0 +1,302 @@
+# Faults: damage in the file, failures from below, clients and servers that go away.
+
+# One damaged bit in `$1` (byte of the sector): sector 100 fails, its neighbours do not.
+damaged_bit()
+{
+    start_device size=8M
+    io "write -P 0x66 0 1M" "flush"
+    stop_device
+    flip_bit "$DISK" "$(place_of 100 "$1")"
+    start_device
+    io_fails "read 51200 512"
+    io_fails "read 0 1M"
+    io "read -P 0x66 50688 512" "read -P 0x66 51712 512" "read -P 0x66 0 51200"
+    grep -q "sector 100 is damaged at byte $(place_of 100 0) of .*: wrong $2" \
+        "$SCRATCH/nbdkit.log" || die "no line says where: $(cat "$SCRATCH/nbdkit.log")"
+    # Writing the sector heals it, the damage beside it goes on being none.
+    io "write -P 0x67 51200 512" "flush" "read -P 0x67 51200 512" "read -P 0x66 50688 512"
+    stop_device
+    start_device
+    io "read -P 0x67 51200 512" "read -P 0x66 0 51200" "read -P 0x66 51712 65536"
+    stop_device
+    fact '^integrity *0 sectors damaged for good, 0 mended'
+}
+
+quick a_flipped_bit_of_data_fails_its_sector_alone
+a_flipped_bit_of_data_fails_its_sector_alone()
+{
+    damaged_bit 17 guard
+}
+
+quick a_flipped_bit_of_a_guard_fails_its_sector_alone
+a_flipped_bit_of_a_guard_fails_its_sector_alone()
+{
+    damaged_bit 513 guard
+}
+
+quick a_flipped_bit_of_a_reference_tag_fails_its_sector_alone
+a_flipped_bit_of_a_reference_tag_fails_its_sector_alone()
+{
+    damaged_bit 519 "reference tag"
+}
+
+quick a_write_beside_a_damaged_sector_leaves_it_damaged
+a_write_beside_a_damaged_sector_leaves_it_damaged()
+{
+    start_device size=8M
+    io "write -P 0x66 0 1M" "flush"
+    stop_device
+    flip_bit "$DISK" "$(place_of 100 0)"
+    start_device
+    io "write -P 0x68 52224 1024" "flush" "read -P 0x68 52224 1024"
+    io_fails "read 51200 512"
+    io_fails "write -P 1 51300 10"
+    stop_device
+    start_device
+    io_fails "read 51200 512"
+    io "read -P 0x68 52224 1024"
+    stop_device
+}
+
+quick a_page_zeroed_in_part_is_damage_and_no_hole
+a_page_zeroed_in_part_is_damage_and_no_hole()
+{
+    start_device size=8M
+    io "write -P 0x66 0 1M" "flush"
+    stop_device
+    dd if=/dev/zero of="$DISK" bs=1 seek="$(place_of 32 0)" count=4096 conv=notrunc status=none
+    start_device
+    io_fails "read 16384 512"
+    io "read -P 0x66 0 16384" "read -P 0x66 24576 8192"
+    stop_device
+}
+
+quick a_replica_mends_a_damaged_sector
+a_replica_mends_a_damaged_sector()
+{
+    random_file "$SCRATCH/in" 8
+    start_device size=8M replica="$SCRATCH/copy.img"
+    nbdcopy --flush "$SCRATCH/in" "$URI" || die "nbdcopy in"
+    stop_device
+    fact '^replicas *1, 0 left behind, 1 made anew, [1-9]'
+    flip_bit "$DISK" "$(place_of 200 100)"
+    flip_bit "$DISK" "$(place_of 201 515)"
+    flip_bit "$SCRATCH/copy.img" "$(place_of 201 515)"
+    flip_bit "$SCRATCH/copy.img" "$(place_of 203 0)"
+    start_device replica="$SCRATCH/copy.img"
+    io_fails "read $((201 * 512)) 512"
+    io "read $((200 * 512)) 512" "read $((203 * 512)) 512"
+    stop_device
+    fact ', 1 mended from a replica$'
+    # The first copy is whole again where the replica was, without it.
+    start_device
+    io "read $((200 * 512)) 512"
+    io_fails "read $((201 * 512)) 512"
+    stop_device
+}
+
+quick a_replica_serves_when_the_first_copy_is_lost
+a_replica_serves_when_the_first_copy_is_lost()
+{
+    random_file "$SCRATCH/in" 8
+    start_device size=8M replica="$SCRATCH/copy.img"
+    nbdcopy --flush "$SCRATCH/in" "$URI" || die "nbdcopy in"
+    stop_device
+    mv "$SCRATCH/copy.img" "$DISK"
+    start_device replica="$SCRATCH/new-copy.img"
+    nbdcopy "$URI" "$SCRATCH/out" || die "nbdcopy out"
+    same "$SCRATCH/in" "$SCRATCH/out"
+    stop_device
+    fact '^replicas *1, 0 left behind, 1 made anew'
+}
+
+preload_faults()
+{
+    PRELOAD="${PRELOAD:+$PRELOAD:}$BUILD/lib/libfaulty_io.so"
+    export FAULTY_IO=$SCRATCH/fault
+    : >"$FAULTY_IO"
+}
+
+quick short_reads_and_writes_are_gone_on_with
+short_reads_and_writes_are_gone_on_with()
+{
+    preload_faults
+    echo short >"$FAULTY_IO"
+    random_file "$SCRATCH/in" 4
+    start_device size=4M
+    nbdcopy --flush "$SCRATCH/in" "$URI" || die "nbdcopy in"
+    stop_device
+    start_device
+    nbdcopy "$URI" "$SCRATCH/out" || die "nbdcopy out"
+    same "$SCRATCH/in" "$SCRATCH/out"
+    stop_device
+}
+
+quick a_read_that_fails_below_fails_and_the_next_one_does_not
+a_read_that_fails_below_fails_and_the_next_one_does_not()
+{
+    preload_faults
+    start_device size=4M
+    io "write -P 0x21 0 1M" "flush"
+    stop_device
+    start_device
+    echo "read EIO" >"$FAULTY_IO"
+    io_fails "read 0 512"
+    : >"$FAULTY_IO"
+    io "read -P 0x21 0 1M"
+    stop_device
+}
+
+quick a_flush_that_fails_loses_nothing
+a_flush_that_fails_loses_nothing()
+{
+    preload_faults
+    start_device size=4M
+    # qemu-io flushes when it ends, too: the fault is there before it begins.
+    for fault in EIO ENOSPC; do
+        echo "write $fault" >"$FAULTY_IO"
+        io_fails_with 'Input/output|No space' "write -P 0x31 0 1M" flush
+        io "read -P 0x31 0 1M"
+        : >"$FAULTY_IO"
+        io "flush" "write -P 0x32 1M 4096" "flush"
+    done
+    kill_device
+    start_device
+    io "read -P 0x31 0 1M" "read -P 0x32 1M 4096"
+    stop_device
+}
+
+quick a_full_disk_is_told_and_what_was_flushed_stays
+a_full_disk_is_told_and_what_was_flushed_stays()
+{
+    local disk=$SCRATCH/small
+
+    mkdir "$disk"
+    # A file system of 16 MiB for a device of 32; without the right to mount one the case is not run.
+    mount -t tmpfs -o size=16m none "$disk" 2>/dev/null || { echo "skipped: no mount"; return 0; }
+    trap 'kill -KILL $(jobs -p) 2>/dev/null; umount -l "$SCRATCH/small"' EXIT
+    DISK=$disk/disk.img
+    config 512
+    start_device size=32M
+    io "write -P 0x41 0 4M" "flush"
+    io_fails_with 'No space left' "write -P 0x42 4M 28M" flush
+    io "read -P 0x41 0 4M"
+    # Room comes back by a trim, and then everything can be written.
+    io "discard 4M 28M" "flush" "write -P 0x43 4M 4M" "flush"
+    stop_device
+    start_device
+    io "read -P 0x41 0 4M" "read -P 0x43 4M 4M"
+    stop_device
+}
+
+quick a_client_that_vanishes_leaves_nothing_behind
+a_client_that_vanishes_leaves_nothing_behind()
+{
+    local client
+
+    config 204
+    start_device size=64M
+    for _ in 1 2 3; do
+        fio --ioengine=nbd --uri="$URI" --name=gone --rw=randrw --bsrange=512-1m --size=64m \
+            --iodepth=32 --time_based --runtime=60 >/dev/null 2>&1 &
+        client=$!
+        wait_for 60 grew "$DISK" || die "the client does not write"
+        kill -KILL "$client"
+        wait "$client" 2>/dev/null
+    done
+    io "write -P 1 0 4096" "flush" "read -P 1 0 4096"
+    stop_device
+}
+
+# grew FILE: it has more blocks than at the last question.
+grew()
+{
+    local now
+    now=$(stat -c %b "$1")
+    [ "$now" != "${BLOCKS:-}" ] && [ -n "${BLOCKS:-}" ] && BLOCKS=$now && return 0
+    BLOCKS=$now
+    return 1
+}
+
+quick a_server_that_is_told_to_end_under_load_ends_clean
+a_server_that_is_told_to_end_under_load_ends_clean()
+{
+    local client
+
+    config 204
+    start_device size=64M
+    fio --ioengine=nbd --uri="$URI" --name=load --rw=randrw --bsrange=512-1m --size=16m \
+        --offset_increment=16m --numjobs=4 --iodepth=16 --time_based --runtime=60 >/dev/null 2>&1 &
+    client=$!
+    wait_for 60 grew "$DISK" || die "the client does not write"
+    stop_device
+    wait "$client" 2>/dev/null
+    start_device
+    nbdcopy "$URI" null: || die "a sector is damaged"
+    stop_device
+}
+
+# kill_and_look TIMES PARAMETER...
+kill_and_look()
+{
+    local times=$1 round
+    shift
+
+    config 204
+    for ((round = 1; round <= times; ++round)); do
+        rm -f "$DISK" "$SCRATCH/copy.img"
+        start_device size=8M "$@"
+        /usr/bin/python3 "$HERE/crash_client.py" write "$SOCKET" "$SCRATCH/state" "$DEVICE" \
+            "$round" || die "round $round: the client failed"
+        wait "$DEVICE" 2>/dev/null
+        start_device "$@"
+        /usr/bin/python3 "$HERE/crash_client.py" check "$SOCKET" "$SCRATCH/state" ||
+            die "round $round: something flushed is lost, or torn"
+        stop_device
+        fact '^integrity *0 sectors damaged for good, 0 mended'
+    done
+}
+
+quick three_kills_lose_nothing_flushed
+three_kills_lose_nothing_flushed()
+{
+    kill_and_look 3
+}
+
+long fifty_kills_lose_nothing_flushed
+fifty_kills_lose_nothing_flushed()
+{
+    kill_and_look "${BLOCK_KILLS:-50}"
+}
+
+long fifty_kills_with_a_replica_leave_copies_alike
+fifty_kills_with_a_replica_leave_copies_alike()
+{
+    kill_and_look "${BLOCK_KILLS:-50}" replica="$SCRATCH/copy.img" mode=writethrough
+    cmp -i "$DATA_OFFSET" "$DISK" "$SCRATCH/copy.img" || die "the copies differ"
+}
+
+long fio_finds_what_it_flushed_before_each_kill
+fio_finds_what_it_flushed_before_each_kill()
+{
+    local round client
+
+    config 204
+    start_device size=64M
+    for ((round = 1; round <= ${BLOCK_KILLS:-50}; ++round)); do
+        fio_run --name=flushed --rw=randwrite --bsrange=512-256k --size=4m --iodepth=8 \
+            --verify=crc32c --do_verify=0 --end_fsync=1 --randseed="$round"
+        fio --ioengine=nbd --uri="$URI" --name=other --rw=randwrite --bsrange=512-1m \
+            --offset=32m --size=32m --iodepth=16 --time_based --runtime=60 >/dev/null 2>&1 &
+        client=$!
+        wait_for 60 grew "$DISK" || true
+        kill_device
+        wait "$client" 2>/dev/null
+        start_device
+        fio_run --name=flushed --rw=randwrite --bsrange=512-256k --size=4m --iodepth=8 \
+            --verify=crc32c --verify_only=1 --verify_fatal=1 --randseed="$round"
+    done
+    nbdcopy "$URI" null: || die "a sector is damaged"
+    stop_device
+    fact '^integrity *0 sectors damaged'
+}
