@@ -8,14 +8,15 @@
  *             dirty    by age; the oldest are written back first
  *             ranges   who works on which pages, in the order of arrival
  *
- * The cache holds one reference of each of its pages; who wants to look at a page takes another one under the
- * shard's lock and looks without it. Valid bytes of a cached page never change: a write puts a new page
- * in its place. Parts that are not valid may be filled in the page by whoever holds its range.
+ * The cache holds one reference of each of its pages; who wants to look at a page takes another one
+ * under the shard's lock and looks without it. Valid bytes of a cached page never change: a write
+ * puts a new page in its place. Parts that are not valid may be filled in the page by whoever holds
+ * its range.
  *
  * Ranges: who changes what the cache or the files hold of a page holds a range over it. Ranges that
  * overlap are granted in the order of arrival, so nobody starves, and nobody holds two.
  *
- * Owner:   cached_page records come from a structure partition of the library, one a page of the pool.
+ * Owner:   cached_page records come from a structure partition of the library, one a page.
  * Threads: functions of a shard need its lock where they say so. Pages are freed without it. The
  *          eviction call-back runs in the timer's thread and only tries the locks.
  */

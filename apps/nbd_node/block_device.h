@@ -47,8 +47,8 @@ public:
     /* After the library's start. Throws. */
     void start(uint32_t timeout);
 
-    /* Writes back, stops the threads and empties the cache: the errno of the last flush. No requests
-     * are under way any more. */
+    /* Writes back, stops the threads and empties the cache: the errno of the last flush. No
+     * requests are under way any more. */
     int stop();
 
     int read(void *buffer, uint32_t count, uint64_t offset);

@@ -1,5 +1,6 @@
 /*
- * The queue is a list of jobs; nothing is allocated. A job may be gone as soon as it is marked as done.
+ * The queue is a list of jobs; nothing is allocated. A job may be gone as soon as it is marked as
+ * done.
  */
 #include "copy_writer.h"
 

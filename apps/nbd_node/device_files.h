@@ -3,10 +3,11 @@
  *
  * Reading goes to the first copy; a sector that does not hold is taken from a replica and mended.
  * Writing goes to all copies: the calling thread writes the first one, each replica is written by a
- * thread of its own from a clone of the chain. A replica that fails is left behind: the epoch of the others
- * goes up, and at the next start it is made anew. A first copy that fails fails the request.
+ * thread of its own from a clone of the chain. A replica that fails is left behind: the epoch of
+ * the others goes up, and at the next start it is made anew. A first copy that fails fails the
+ * request.
  *
- * Owner:   opened before the threads are there; start() and stop() are those of the replicas' threads.
+ * Owner:   opened before any thread is there; start() and stop() are for the replicas' threads.
  * Threads: any, but no two for the same page at once, unless both only read.
  */
 #pragma once
@@ -92,6 +93,7 @@ private:
     std::vector<page_range> bring_up(replica &one, bool was_open);
 
     void remake(replica &one);
+    void begin_epoch();
     void make_equal(const std::vector<page_range> &touched);
     void find_present();
     int  carry_out(io_request &request, cmm_genio first);

@@ -63,6 +63,8 @@ device_files::device_files(const std::string &path, const std::vector<std::strin
 
     if (replicas.size() > MOST_REPLICAS)
         throw node_error("no more than " + std::to_string(MOST_REPLICAS) + " replicas");
+    if (first_.file.header().epoch == 0)
+        throw node_error(path + ": a replica that was never completed");
     if (was_open) {
         journal::repair mine = first_.intents.replay();
         statistics_.journal_repairs += mine.pages;
@@ -76,9 +78,20 @@ device_files::device_files(const std::string &path, const std::vector<std::strin
     }
     make_equal(touched);
     require(first_.file.sync(), first_.file, "cannot be synced");
-    require(first_.file.mark(STATE_OPEN, first_.file.header().epoch), first_.file,
-            "its header cannot be written");
+    begin_epoch();
     find_present();
+}
+
+/* From here on a copy that is not served misses something. The first copy goes first: what ends the
+ * process in between leaves replicas that are older, never one that is newer. */
+void device_files::begin_epoch()
+{
+    const uint64_t epoch = first_.file.header().epoch + 1;
+
+    require(first_.file.mark(STATE_OPEN, epoch), first_.file, "its header cannot be written");
+    for (replica &one : replicas_)
+        require(one.copy.file.mark(STATE_OPEN, epoch), one.copy.file,
+                "its header cannot be written");
 }
 
 /* The pages of the replica's journal, when that counts. */
@@ -103,7 +116,6 @@ std::vector<page_range> device_files::bring_up(replica &one, bool was_open)
         statistics_.journal_repairs += its.pages;
         touched = std::move(its.touched);
     }
-    require(file.mark(STATE_OPEN, mine.epoch), file, "its header cannot be written");
     return touched;
 }
 

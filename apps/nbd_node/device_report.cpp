@@ -65,12 +65,14 @@ void cache_facts(std::string *text, const block_device &device)
          c.misses.load(), c.zeros.load());
     fact(text, "eviction", "%lu pages given back in %lu call-backs, %lu by requests",
          c.given_back.load(), c.evictions.load(), c.made_room.load());
-    fact(text, "write-back", "%lu pages in %lu runs, %lu filled up, %lu runs by writers, %lu failed",
+    fact(text, "write-back",
+         "%lu pages in %lu runs, %lu filled up, %lu runs by writers, %lu failed",
          w.pages.load(), w.runs.load(), w.completed.load(), w.by_writers.load(),
          w.failures.load());
     fact(text, "pages", "%lu of %u in use at the peak", p.peak_pages.load(),
          g_ucmm_config.page_max);
-    fact(text, "queue", "%lu requests for pages, %lu queued, %lu served, %lu timed out, %lu refused",
+    fact(text, "queue",
+         "%lu requests for pages, %lu queued, %lu served, %lu timed out, %lu refused",
          p.requests.load(), p.queued.load(), p.served.load(), p.timed_out.load(),
          p.refused.load());
 }

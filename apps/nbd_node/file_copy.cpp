@@ -1,6 +1,6 @@
 /*
- * Room first, then the intent, then the pages in place: each step may fail without harm to what is in
- * the file, but the last, which the intent is for.
+ * Room first, then the intent, then the pages in place: each step may fail without harm to what is
+ * in the file, but the last, which the intent is for.
  */
 #include "file_copy.h"
 

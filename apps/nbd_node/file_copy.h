@@ -17,8 +17,8 @@ public:
     {
     }
 
-    /* Does the part of a request that the genio names, with the intent in `place`; the result is left
-     * in the genio. */
+    /* Does the part of a request that the genio names, with the intent in `place`; the result is
+     * left in the genio. */
     void carry_out(cmm_genio *io, journal::place &place);
 
     /* Writes one page's content over what the file has, with an intent of its own. An errno. */

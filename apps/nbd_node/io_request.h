@@ -10,12 +10,13 @@
  *     half_36    102       IO_FUA or 0
  *     word_40    72        the chain with the part's pages
  *     word_48    80        result: 0 or an errno
- *     req        112       address of the request, on the way down; the record's own when it is back
+ *     req        112       address of the request, on the way down and back
  *     word_80    672       bytes moved, on the way back
  *
- * Every request of a client is described as a genio and exchanged into its record. A write to a file
- * is made from a genio that the record is exchanged into, one for each file, since several files
- * are written at once; the results are exchanged back, one after the other, by the request's thread.
+ * Every request of a client is described as a genio and exchanged into its record. A write to a
+ * file is made from a genio that the record is exchanged into, one for each file, since several
+ * files are written at once; the results are exchanged back, one after the other, by the request's
+ * thread.
  */
 #pragma once
 

@@ -8,8 +8,8 @@
  * A write to pages in place begins when its record is complete and ends before the record is struck
  * out. So whatever the process was doing when it ended, a torn page has its whole new content in a
  * complete record, and no record of an earlier write of the page is left: nobody writes a page that
- * another one writes. A complete record may also be of a write that was through; its pages are whole
- * then, and whole pages are left alone.
+ * another one writes. A complete record may also be of a write that was through; its pages are
+ * whole then, and whole pages are left alone.
  *
  * Threads: any; who finds all places taken waits for one.
  */

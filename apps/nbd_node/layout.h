@@ -26,7 +26,7 @@ inline constexpr uint32_t JOURNAL_PLACES  = 8;
 inline constexpr uint64_t PLACE_BYTES     = HEADER_BYTES + STRIPE_PAGES * PAGE_SIZE_WITH_DIF;
 inline constexpr uint64_t JOURNAL_END     = JOURNAL_OFFSET + JOURNAL_PLACES * PLACE_BYTES;
 
-inline constexpr uint32_t STATE_CLOSED = 1; /* nothing is on its way; the journal is not looked at */
+inline constexpr uint32_t STATE_CLOSED = 1; /* nothing is on its way, the journal is idle */
 inline constexpr uint32_t STATE_OPEN   = 2;
 
 struct file_header {

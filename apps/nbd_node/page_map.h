@@ -1,7 +1,8 @@
 /*
  * One bit for each page of the device, a word a stripe.
  *
- * Threads: any; a range lies in one stripe, so each call is one atomic step. What a bit says is held
+ * Threads: any; a range lies in one stripe, so each call is one atomic step. What a bit says is
+ * held
  *          true by whoever holds the range.
  */
 #pragma once

@@ -1,8 +1,9 @@
 /*
  * nbdkit's side: its call-backs, each a boundary that lets no exception out.
  *
- * Requests come from many threads at once, several a connection. There is one device a process and one
- * cache for all connections, so a flush on any of them covers all: they need no handle of their own.
+ * Requests come from many threads at once, several a connection. There is one device a process and
+ * one cache for all connections, so a flush on any of them covers all: they need no handle of their
+ * own.
  */
 #define NBDKIT_API_VERSION 2
 #include <nbdkit-plugin.h>
@@ -32,7 +33,7 @@ int step(F work)
     }
 }
 
-/* A client's request: 0, or -1 with the errno for the client. Whoever finds no pages while dirty ones
+/* A client's request: 0, or -1 with the errno for the client. Who finds no pages while dirty ones
  * cannot be written is told why. */
 template <typename F>
 int answer(const char *what, std::atomic<uint64_t> &kind, F work)

@@ -1,7 +1,7 @@
 /*
- * Reading. A part is walked front to back in stretches: pages that can be had at once are copied out
- * and let go before pages are taken for the next stretch, so that nobody waits for pages while he
- * holds some.
+ * Reading. A part is walked front to back in stretches: pages that can be had at once are copied
+ * out and let go before pages are taken for the next stretch, so that nobody waits for pages while
+ * he holds some.
  */
 #include <cerrno>
 

@@ -36,8 +36,8 @@ struct request_part {
     }
 };
 
-/* Cuts [offset, offset + bytes) into parts of at most `longest` pages and calls `use` with each, until
- * one answers an errno. */
+/* Cuts [offset, offset + bytes) into parts of at most `longest` pages and calls `use` with each,
+ * until one answers an errno. */
 template <typename F>
 int for_each_part(uint64_t offset, uint64_t bytes, uint8_t *to, const uint8_t *from,
                   uint32_t longest, F use)

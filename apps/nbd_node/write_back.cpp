@@ -1,6 +1,6 @@
 /*
- * Dirty pages on their way into the files: the oldest first, each together with the dirty pages beside
- * it in its stripe.
+ * Dirty pages on their way into the files: the oldest first, each together with the dirty pages
+ * beside it in its stripe.
  *
  * What is written is a chain with references of its own, and a page that is dirty stays so until
  * its write has succeeded. Meanwhile the range is held: readers go on, writes to these pages wait.

@@ -1,6 +1,6 @@
 /*
- * Writing. Each page that a write touches is a new one: it takes over what it needs of the page that
- * it replaces, so that readers and the write-back of the old one are not disturbed.
+ * Writing. Each page that a write touches is a new one: it takes over what it needs of the page
+ * that it replaces, so that readers and the write-back of the old one are not disturbed.
  *
  *     what the write covers                 what the new page takes over
  *     -----------------------------------   ------------------------------------------------
@@ -99,7 +99,8 @@ int block_device::write_part(io_request &request, const request_part &part, bool
         while (end < part.pages.count && (!allocate && becomes_hole(part, end)) == hole)
             ++end;
         const request_part stretch = part.slice(at, end - at);
-        const int failed = hole ? make_holes(request, stretch.pages) : write_pages(request, stretch);
+        const int failed =
+            hole ? make_holes(request, stretch.pages) : write_pages(request, stretch);
         if (failed != 0)
             return failed;
         at = end;
@@ -191,7 +192,7 @@ int block_device::zero(uint32_t count, uint64_t offset, bool may_trim, bool fua)
 {
     io_request request(IO_ZERO, offset, count, fua ? IO_FUA : 0);
     const int failed = for_each_part(
-        offset, count, nullptr, nullptr, longest_part_,
+        offset, count, nullptr, nullptr, may_trim ? STRIPE_PAGES : longest_part_,
         [&](const request_part &part) { return zero_part(request, part, may_trim); });
     return failed != 0 ? failed : settle(request, offset, count, fua);
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """A client that knows what a device owes it after the server's sudden death.
 
-    crash_client.py write SOCKET STATE PID SEED   writes and flushes, then kills PID with SIGKILL
+    crash_client.py write SOCKET STATE PID SEED   writes and flushes, then kills PID with SIGKILL;
+                                                  with PID 0 it ends with a flush instead
     crash_client.py check SOCKET STATE            looks at every sector
 
 A sector holds its own number and a version, repeated to its end. `write` keeps many writes of
@@ -99,7 +100,12 @@ def write(socket, path, pid, seed):
         client.reap(len(client.under_way) >= 24)
         if client.random.random() < 0.02:
             client.flush()
-    os.kill(pid, signal.SIGKILL)
+    if pid == 0:
+        while client.under_way:
+            client.reap(True)
+        client.flush()
+    else:
+        os.kill(pid, signal.SIGKILL)
     client.save(path)
     print(f"{steps} steps, {client.version} writes, {len(client.under_way)} under way")
 

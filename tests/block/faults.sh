@@ -110,6 +110,25 @@ a_replica_serves_when_the_first_copy_is_lost()
     fact '^replicas *1, 0 left behind, 1 made anew'
 }
 
+quick a_replica_that_was_away_is_made_anew
+a_replica_that_was_away_is_made_anew()
+{
+    start_device size=8M replica="$SCRATCH/copy.img"
+    io "write -P 0x51 0 1M" "flush"
+    stop_device
+    start_device
+    io "write -P 0x52 0 1M" "flush"
+    stop_device
+    start_device replica="$SCRATCH/copy.img"
+    stop_device
+    fact '^replicas *1, 0 left behind, 1 made anew'
+    cmp -i "$DATA_OFFSET" "$DISK" "$SCRATCH/copy.img" || die "the copies differ"
+    # The other way round nothing is made anew: the older one is not served.
+    start_device
+    stop_device
+    refused 'knows more than' "$SCRATCH/copy.img" replica="$DISK" config="$CONFIG"
+}
+
 preload_faults()
 {
     PRELOAD="${PRELOAD:+$PRELOAD:}$BUILD/lib/libfaulty_io.so"
@@ -172,7 +191,8 @@ a_full_disk_is_told_and_what_was_flushed_stays()
     local disk=$SCRATCH/small
 
     mkdir "$disk"
-    # A file system of 16 MiB for a device of 32; without the right to mount one the case is not run.
+    # A file system of 16 MiB for a device of 32; without the right to mount one the case is not
+    # run.
     mount -t tmpfs -o size=16m none "$disk" 2>/dev/null || { echo "skipped: no mount"; return 0; }
     trap 'kill -KILL $(jobs -p) 2>/dev/null; umount -l "$SCRATCH/small"' EXIT
     DISK=$disk/disk.img
@@ -254,6 +274,7 @@ kill_and_look()
             die "round $round: something flushed is lost, or torn"
         stop_device
         fact '^integrity *0 sectors damaged for good, 0 mended'
+        echo "round $round: $(grep '^journal' "$REPORT")"
     done
 }
 
@@ -299,4 +320,37 @@ fio_finds_what_it_flushed_before_each_kill()
     nbdcopy "$URI" null: || die "a sector is damaged"
     stop_device
     fact '^integrity *0 sectors damaged'
+}
+
+# refused TEXT PARAMETER...: the device does not start, and says why.
+refused()
+{
+    local text=$1
+    shift
+    rm -f "$SCRATCH/other-socket"
+    timeout 60 env ${PRELOAD:+LD_PRELOAD="$PRELOAD"} nbdkit -f -U "$SCRATCH/other-socket" \
+        "$PLUGIN" "$@" >"$SCRATCH/refusal" 2>&1 && die "served: $*"
+    grep -q -- "$text" "$SCRATCH/refusal" || die "$*: $(cat "$SCRATCH/refusal")"
+}
+
+quick what_does_not_fit_is_refused_with_the_reason
+what_does_not_fit_is_refused_with_the_reason()
+{
+    config 8
+    refused 'file= is missing'
+    refused 'size= makes a new one' "$SCRATCH/none.img"
+    refused 'not a multiple of 512' "$DISK" size=1000
+    refused 'neither writeback nor writethrough' "$DISK" mode=fast
+    refused 'no console server' "$DISK" console="$SCRATCH/console"
+    refused 'no such parameter' "$DISK" colour=blue
+    refused 'a replica needs a file of its own' "$DISK" size=1M replica="$DISK"
+    refused 'no folder with a configuration' "$DISK" size=1M config="$SCRATCH/none"
+    refused 'page pool of 8 is too small' "$DISK" size=1M config="$CONFIG"
+    refused 'the device has 1048576 bytes' "$DISK" size=2M
+    head -c 100000 /dev/urandom >"$SCRATCH/noise"
+    refused 'not a device of this kind' "$SCRATCH/noise"
+    rm -rf "$CONFIG"
+    start_device
+    refused 'another process serves this file' "$DISK"
+    stop_device
 }

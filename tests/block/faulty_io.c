@@ -8,8 +8,8 @@
  *     write ENOSPC room cannot be had: neither by fallocate nor by writing
  *     short        reads and writes move one byte less than asked, or one byte
  *
- * Offsets below the first data page (header and journal) are left alone by the first three, so that the
- * fault hits the pages.
+ * Offsets below the first data page (header and journal) are left alone by the first three, so that
+ * the fault hits the pages.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
