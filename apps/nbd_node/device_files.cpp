@@ -175,9 +175,9 @@ int device_files::trim(io_request &request, page_range range)
     return carry_out(request, request.part(IO_TRIM_PAGES, range, nullptr));
 }
 
-/* Gives a replica its part, with a clone of the chain. Without SGLs for a clone the calling thread
- * writes the replica itself, from the chain. */
-void device_files::hand_out(size_t index, const cmm_genio &first, copy_job *job)
+/* Gives a replica its part, with a clone of the chain: true. Without SGLs for a clone the calling
+ * thread writes the replica itself, from the chain. */
+bool device_files::hand_out(size_t index, const cmm_genio &first, copy_job *job)
 {
     SGL *chain = chain_of(first), *clone = nullptr;
 
@@ -186,13 +186,13 @@ void device_files::hand_out(size_t index, const cmm_genio &first, copy_job *job)
         cloneSgl(chain, chain->userTag, &clone, NODE_MODULE_ID, __func__, __LINE__);
         if (clone == nullptr) {
             replicas_[index].copy.carry_out(&job->io, *job->place);
-            job->done = true;
-            return;
+            return false;
         }
         ++statistics_.clones;
         job->io.word_40 = reinterpret_cast<uint64_t>(clone);
     }
     replicas_[index].writer.submit(job);
+    return true;
 }
 
 /* The intents of all copies stay until all copies are written: a start after the end of the process
@@ -201,19 +201,20 @@ int device_files::carry_out(io_request &request, cmm_genio first)
 {
     std::array<std::optional<journal::place>, MOST_REPLICAS> places;
     std::array<copy_job, MOST_REPLICAS> jobs;
+    std::array<bool, MOST_REPLICAS> handed_out{};
     journal::place place(first_.intents);
 
     for (size_t i = 0; i < replicas_.size(); ++i) {
         if (replicas_[i].left_behind)
             continue;
         jobs[i].place = &places[i].emplace(replicas_[i].copy.intents);
-        hand_out(i, first, &jobs[i]);
+        handed_out[i] = hand_out(i, first, &jobs[i]);
     }
     first_.carry_out(&first, place);
     for (size_t i = 0; i < replicas_.size(); ++i) {
         if (!places[i].has_value())
             continue;
-        if (!jobs[i].done)
+        if (handed_out[i])
             replicas_[i].writer.wait(&jobs[i]);
         request.done(jobs[i].io);
         if (jobs[i].io.word_48 != 0)

@@ -97,7 +97,7 @@ private:
     void make_equal(const std::vector<page_range> &touched);
     void find_present();
     int  carry_out(io_request &request, cmm_genio first);
-    void hand_out(size_t index, const cmm_genio &first, copy_job *job);
+    bool hand_out(size_t index, const cmm_genio &first, copy_job *job);
     void leave_behind(replica &one, int failed);
     int  read_one_by_one(page_range range, uint8_t *const *pages);
     void mend(uint64_t number, uint8_t *page, page_finding *finding);
