@@ -185,6 +185,53 @@ a_flush_that_fails_loses_nothing()
     stop_device
 }
 
+# torn WHAT REPAIRED: a rewrite is torn; each sector is old or new afterwards, and readable.
+torn()
+{
+    preload_faults
+    start_device size=8M "${@:3}"
+    io "write -P 0x61 0 4M" "flush"
+    echo "tear $1" >"$FAULTY_IO"
+    qemu-io -f raw -c "write -P 0x62 1M 1M" -c "write -P 0x62 5M 1M" -c flush "$URI" \
+        >/dev/null 2>&1
+    wait_for 120 device_has_ended || die "the device lives"
+    wait "$DEVICE"
+    : >"$FAULTY_IO"
+    start_device "${@:3}"
+    nbdcopy "$URI" "$SCRATCH/out" || die "a sector cannot be read"
+    stop_device
+    fact "^journal *$2 pages repaired"
+    fact '^integrity *0 sectors damaged'
+    python3 - "$SCRATCH/out" <<'PY' || die "a sector is neither old nor new"
+import sys
+data = open(sys.argv[1], "rb").read()
+for at in range(0, len(data), 512):
+    old = 0x61 if at < 4 << 20 else 0
+    new = 0x62 if at >> 20 in (1, 5) else old
+    if data[at:at + 512] not in (bytes([old]) * 512, bytes([new]) * 512):
+        sys.exit(f"sector {at // 512}: {data[at:at + 16].hex()}")
+PY
+}
+
+quick a_page_torn_by_the_end_of_the_process_is_new
+a_page_torn_by_the_end_of_the_process_is_new()
+{
+    torn pages '[1-9][0-9]*'
+}
+
+quick a_page_torn_in_the_first_copy_is_alike_in_the_replica
+a_page_torn_in_the_first_copy_is_alike_in_the_replica()
+{
+    torn pages '[1-9][0-9]*' replica="$SCRATCH/copy.img"
+    cmp -i "$DATA_OFFSET" "$DISK" "$SCRATCH/copy.img" || die "the copies differ"
+}
+
+quick an_intent_torn_by_the_end_of_the_process_changes_nothing
+an_intent_torn_by_the_end_of_the_process_changes_nothing()
+{
+    torn journal 0
+}
+
 quick a_full_disk_is_told_and_what_was_flushed_stays
 a_full_disk_is_told_and_what_was_flushed_stays()
 {

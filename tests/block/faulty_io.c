@@ -6,6 +6,8 @@
  *     read EIO     reads fail
  *     write EIO    writes fail
  *     write ENOSPC room cannot be had: neither by fallocate nor by writing
+ *     tear pages   a write of pages ends in the middle of a sector, and the process with it
+ *     tear journal likewise a write of the journal
  *     short        reads and writes move one byte less than asked, or one byte
  *
  * Offsets below the first data page (header and journal) are left alone by the first three, so that
@@ -15,13 +17,14 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
-enum { DATA_OFFSET = 4300800 };
+enum { JOURNAL_OFFSET = 8192, DATA_OFFSET = 4300800, TORN_AT = 5000 };
 
 /* True when the control file begins with the word. */
 static int asked_for(const char *word)
@@ -52,6 +55,23 @@ static ssize_t move_less(move_call real, int fd, const struct iovec *vectors, of
     return real(fd, &less, 1, offset);
 }
 
+/* Writes the front of what was asked for, into the middle of a sector, and ends the process. */
+static void tear(move_call real, int fd, const struct iovec *vectors, int count, off_t offset)
+{
+    size_t left = TORN_AT;
+
+    for (int i = 0; i < count && left > 0; ++i) {
+        struct iovec front = vectors[i];
+        if (front.iov_len > left)
+            front.iov_len = left;
+        if (real(fd, &front, 1, offset) != (ssize_t)front.iov_len)
+            break;
+        left -= front.iov_len;
+        offset += (off_t)front.iov_len;
+    }
+    kill(getpid(), SIGKILL);
+}
+
 static ssize_t faulty(const char *name, const char *fault, int fd, const struct iovec *vectors,
                       int count, off_t offset)
 {
@@ -69,6 +89,9 @@ static ssize_t faulty(const char *name, const char *fault, int fd, const struct 
             return -1;
         }
     }
+    if (strcmp(fault, "write") == 0 && offset >= JOURNAL_OFFSET &&
+        asked_for(offset >= DATA_OFFSET ? "tear pages" : "tear journal"))
+        tear(real, fd, vectors, count, offset);
     if (asked_for("short"))
         return move_less(real, fd, vectors, offset);
     return real(fd, vectors, count, offset);
