@@ -29,6 +29,8 @@ std::string sample_config_dir()
 
 void device_service::open()
 {
+    zyax_module_name_set(NODE_MODULE_ID, "nbd_node");
+    zyax_module_name_set(CMM_MODULE_ID, "cmm");
     check_options(options);
     if (options.config_dir.empty())
         options.config_dir = sample_config_dir();
@@ -39,8 +41,6 @@ void device_service::open()
 
 void device_service::start()
 {
-    zyax_module_name_set(NODE_MODULE_ID, "nbd_node");
-    zyax_module_name_set(CMM_MODULE_ID, "cmm");
     library_ = std::make_unique<library_use>(options.config_dir);
     device_->start(options.timeout);
 }

@@ -36,6 +36,9 @@ config()
      <req_num num="1024"/>
      <sgl_num num="2048"/>
      <page_num num="$1"/>
+     <pool_threadcache cache_size="0"/>
+     <pool_cachenum page="0" page_maxcachethreadnum="0" 64K_inner="0" 64K_outer="0"/>
+     <mem_coredump dump_level="0"/>
     </uprocess>
    </umm>
   </node>
