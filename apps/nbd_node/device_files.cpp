@@ -8,6 +8,7 @@
 #include <cstring>
 #include <optional>
 
+#include "error_text.h"
 #include "io_request.h"
 #include "node_identity.h"
 #include "protection.h"
@@ -73,7 +74,7 @@ void device_files::leave_behind(replica &one, int failed)
         return;
     zylog(NODE_MODULE_ID, ZYLOG_ERROR, __FILE__, __LINE__, __func__, 0,
           "%s is left behind: %s. It will be made anew at the next start.",
-          one.copy.file.path().c_str(), strerror(failed));
+          one.copy.file.path().c_str(), error_text(failed));
     first_.file.mark(STATE_OPEN, epoch);
     for (replica &other : replicas_)
         if (!other.left_behind)
@@ -94,7 +95,7 @@ int device_files::read_one_by_one(page_range range, uint8_t *const *pages)
         }
         if (failed != 0) {
             zylog(NODE_MODULE_ID, ZYLOG_ERROR, __FILE__, __LINE__, __func__, 0,
-                  "page %lu cannot be read: %s", range.first + i, strerror(failed));
+                  "page %lu cannot be read: %s", range.first + i, error_text(failed));
             return failed;
         }
     }
@@ -157,7 +158,7 @@ void device_files::mend(uint64_t number, uint8_t *page, page_finding *finding)
     const int failed = first_.rewrite(number, page);
     zylog(NODE_MODULE_ID, ZYLOG_WARNING, __FILE__, __LINE__, __func__, 0,
           "page %lu was mended from a replica%s%s", number,
-          failed != 0 ? ", but not in the file: " : "", failed != 0 ? strerror(failed) : "");
+          failed != 0 ? ", but not in the file: " : "", failed != 0 ? error_text(failed) : "");
 }
 
 /* ------------------------------------------------------------------------- writing */

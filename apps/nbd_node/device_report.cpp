@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "device_service.h"
+#include "error_text.h"
 #include "zyumm_cmm.h"
 
 namespace {
@@ -86,7 +87,7 @@ std::string device_service::text_of_report(int flush_failure, bool clean) const
     device_facts(&text, options, *files_);
     request_facts(&text, requests);
     cache_facts(&text, *device_);
-    fact(&text, "last flush", "%s", flush_failure == 0 ? "clean" : strerror(flush_failure));
+    fact(&text, "last flush", "%s", flush_failure == 0 ? "clean" : error_text(flush_failure));
     if (audit_.clean())
         fact(&text, "leak audit", "clean");
     else
@@ -102,7 +103,7 @@ void device_service::write_report(int flush_failure, bool clean) const
     FILE *file = options.report.empty() ? stderr : fopen(options.report.c_str(), "w");
 
     if (file == nullptr) {
-        fprintf(stderr, "nbd_node: %s: %s\n", options.report.c_str(), strerror(errno));
+        fprintf(stderr, "nbd_node: %s: %s\n", options.report.c_str(), error_text(errno));
         file = stderr;
     }
     fputs(text.c_str(), file);

@@ -13,6 +13,7 @@
 #include <exception>
 
 #include "device_service.h"
+#include "error_text.h"
 
 #define THREAD_MODEL NBDKIT_THREAD_MODEL_PARALLEL
 
@@ -54,7 +55,7 @@ int answer(const char *what, std::atomic<uint64_t> &kind, F work)
     if (failed == 0)
         return 0;
     ++counts.failed;
-    nbdkit_error("%s: %s", what, strerror(failed));
+    nbdkit_error("%s: %s", what, error_text(failed));
     nbdkit_set_error(failed);
     return -1;
 }

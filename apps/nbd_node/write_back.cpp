@@ -9,6 +9,7 @@
 #include <chrono>
 
 #include "block_device.h"
+#include "error_text.h"
 #include "zylog.h"
 #include "zyumm_cmm.h"
 
@@ -72,7 +73,7 @@ int block_device::write_run(io_request &request, page_range run, SGL *chain)
         if (write_failure_.exchange(failed) == 0)
             zylog(NODE_MODULE_ID, ZYLOG_ERROR, __FILE__, __LINE__, __func__, 0,
                   "pages %lu to %lu cannot be written: %s; they stay in the cache", run.first,
-                  run.end() - 1, strerror(failed));
+                  run.end() - 1, error_text(failed));
         return failed;
     }
     write_failure_ = 0;
