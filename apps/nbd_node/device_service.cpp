@@ -31,7 +31,6 @@ void device_service::open()
 {
     zyax_module_name_set(NODE_MODULE_ID, "nbd_node");
     zyax_module_name_set(CMM_MODULE_ID, "cmm");
-    check_options(options);
     if (options.config_dir.empty())
         options.config_dir = sample_config_dir();
     files_ = std::make_unique<device_files>(options.file, options.replicas, options.size,

@@ -77,7 +77,10 @@ int config(const char *key, const char *value)
 
 int get_ready()
 {
-    return step([] { s_service->open(); });
+    return step([] {
+        check_options(s_service->options);
+        s_service->open();
+    });
 }
 
 int after_fork()
