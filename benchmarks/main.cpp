@@ -53,7 +53,8 @@ static std::string processor_name(void)
     return "unknown";
 }
 
-/* What the report says about the machine; it goes into the result, so that the two stay together. */
+/* What the report says about the machine; it goes into the result, so that the two stay together.
+ * */
 static void describe_machine(void)
 {
     utsname system = {};

@@ -58,6 +58,7 @@ inline page_ctrl *page_init(void *memory, uint32_t module_id, const char *func)
     put(&ctrl->flags, uint8_t(PAGE_IN_USE));
 
     uint8_t *dif = page + PAGE_SECTOR_DATA_SIZE;
+#pragma GCC unroll 16
     for (uint32_t sector = 0; sector < PAGE_SECTORS; ++sector, dif += PAGE_SECTOR_SIZE)
         memcpy(dif, "CMMREDIF", PAGE_SECTOR_DIF_SIZE);
     return ctrl;

@@ -5,9 +5,11 @@
     report.py --self-test                 shows that medians, ratios and verdicts are right
 
 Every number comes from the result file; benchmarks/targets.toml says which rows there are and what each
-is to reach, benchmarks/explanations.toml why a target is missed. A figure is the median over the run's
-repetitions. Rows of one thread take the time that the processor spent, so that other processes of
-the machine matter less; rows of two take wall time, a thread's share of it.
+is to reach, benchmarks/explanations.toml why a target is missed. A time is that of the fastest
+repetition: whatever disturbs a measurement only adds to it, and a neighbour on the same core doubles it
+for seconds, a long path of instructions more than a short one that waits. Rows of one thread take the
+time that the processor spent, rows of two wall time, a thread's share of it. Figures that are no times
+take the median.
 """
 
 import json
@@ -32,12 +34,11 @@ NANOSECONDS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 # ------------------------------------------------------------------------------ the figures
 
 class Figure:
-    """One cell: what each repetition measured."""
+    """One cell: what the repetitions measured, and what counts of it."""
 
-    def __init__(self, values):
-        self.median = statistics.median(values)
-        self.spread = (max(values) - min(values)) / 2
-        self.repetitions = len(values)
+    def __init__(self, values, choose):
+        self.value = choose(values)
+        self.distance = abs(statistics.median(values) - self.value)
 
 
 def value_of(entry, figure):
@@ -71,7 +72,8 @@ class Run:
                    if figure == "time" or figure in entry]
         if not entries:
             return None
-        return Figure([value_of(entry, figure) for entry in entries])
+        return Figure([value_of(entry, figure) for entry in entries],
+                      min if figure == "time" else statistics.median)
 
 
 # ------------------------------------------------------------------------------ the verdicts
@@ -84,7 +86,7 @@ def best_of(run, row, target):
     for name in names:
         cell = run.figure(target.get("row", row["id"]), threads, name, row.get("figure", "time"))
         if cell is not None:
-            found.append((cell.median, name))
+            found.append((cell.value, name))
     return min(found) if found else None
 
 
@@ -94,7 +96,7 @@ def scaling(run, row, form):
              for source in (form, "limit") for threads in (row["threads"], 1)]
     if None in cells:
         return None
-    many, one, limit_many, limit_one = (cell.median for cell in cells)
+    many, one, limit_many, limit_one = (cell.value for cell in cells)
     return (many / one) / (limit_many / limit_one)
 
 
@@ -110,13 +112,13 @@ def judge(run, row, target, form):
         return "2 threads against 1, over the limit's own", measured, target["scaling"], \
             measured <= target["scaling"]
     if "equals" in target:
-        return "exactly", cell.median, target["equals"], cell.median == target["equals"]
+        return "exactly", cell.value, target["equals"], cell.value == target["equals"]
     if "over" not in target:
-        return "at most", cell.median, target["max"], cell.median <= target["max"]
+        return "at most", cell.value, target["max"], cell.value <= target["max"]
     best = best_of(run, row, target)
     if best is None or best[0] == 0:
         return None
-    measured = cell.median / best[0]
+    measured = cell.value / best[0]
     what = "ratio to " + COLUMNS[best[1]]
     if isinstance(target["over"], list):
         what += f" (the best of {len(target['over'])})"
@@ -144,9 +146,9 @@ def unit_of(row):
 def cell_text(cell, unit):
     if cell is None:
         return ""
-    text = number(cell.median, unit)
-    if cell.median > 0 and cell.spread > 0 and unit != "%":
-        text += f" ±{100 * cell.spread / cell.median:.0f}%"
+    text = number(cell.value, unit)
+    if cell.value > 0 and cell.distance > 0 and unit != "%":
+        text += f" +{100 * cell.distance / cell.value:.0f}%"
     return text
 
 
@@ -175,15 +177,17 @@ class Targets:
     def __init__(self, run, explanations):
         self.run = run
         self.explanations = explanations
-        self.used = set()
+        self.used = []
         self.met = self.missed = self.unmeasured = 0
 
-    def why(self, row):
+    def explain(self, row):
+        """Notes the text that belongs to a missed target of the row; the verdict for its cell."""
         key = explanation_key(row, self.explanations)
         if key is None:
             return "**missed**; not explained yet"
-        self.used.add(key)
-        return "**missed**: " + " ".join(self.explanations[key].split())
+        if key not in self.used:
+            self.used.append(key)
+        return f"**missed** ({self.used.index(key) + 1})"
 
     def line(self, row, target, form):
         judged = judge(self.run, row, target, form)
@@ -195,15 +199,20 @@ class Targets:
         unit = unit_of(row) if what in ("exactly", "at most") else "ratio"
         self.met += is_met
         self.missed += not is_met
-        verdict = "met" if is_met else self.why(row)
+        verdict = "met" if is_met else self.explain(row)
         return (f"| {row['title']} | {name} | {what} | {number(bound, unit)} "
                 f"| {number(measured, unit)} | {verdict} |")
 
     def table(self, rows):
         lines = ["| | | target | bound | measured | |", "|---|---|---|---:|---:|---|"]
+        known = len(self.used)
         for row in rows:
             for target in row["targets"]:
                 lines += [self.line(row, target, form) for form in target["of"]]
+        if len(self.used) > known:
+            lines.append("")
+        for at, key in enumerate(self.used[known:], known + 1):
+            lines.append(f"({at}) " + " ".join(self.explanations[key].split()) + "\n")
         return lines
 
 
@@ -235,9 +244,9 @@ nanoseconds belong to the machine below, and to what else it had to do.
 *ours, static* is the library compiled into the program with link-time optimisation, *ours, shared*
 the shared libraries. The *limit* is what the work itself costs when the memory is handed over for
 free: for a page the same stores and the same locked drop. A peer's memory gets the same stores and
-drops as our page. Figures are medians over the repetitions, with half the distance between the
-lowest and the highest as ±; rows of 2 threads give a thread's time. The plot's bars are logarithmic,
-each row on a scale of its own.
+drops as our page. A time is that of the fastest repetition, since what disturbs a measurement only
+adds to it, and + says how far above it the median lay; rows of 2 threads give a thread's time.
+Figures that are no times are medians. The plot's bars are logarithmic, each row on a scale of its own.
 """
 
 
@@ -252,9 +261,36 @@ def document(run, rows, explanations, plot_name):
     summary = (f"{targets.met} targets are met, {targets.missed} are missed"
                + (f", {targets.unmeasured} were not measured" if targets.unmeasured else "") + ".")
     lines = [PREAMBLE, *facts(run), "", summary, "", f"![The times of all rows]({plot_name})"]
-    for key in sorted(set(explanations) - targets.used):
+    for key in sorted(set(explanations) - set(targets.used)):
         print(f"report: the explanation of {key} belongs to no missed target", file=sys.stderr)
     return "\n".join(lines + body) + "\n", targets
+
+
+def node_section(folder):
+    """cmm_node beside cp, from hyperfine's files and the profile; nothing when they are not there."""
+    lines = []
+    for replicas in (1, 3):
+        path = folder / f"node_{replicas}.json"
+        if not path.exists():
+            return []
+        with open(path) as file:
+            results = json.load(file)["results"]
+        base = next(result["min"] for result in results if result["command"] == "cp")
+        for result in results:
+            rate = 256 * replicas / result["min"]
+            lines.append(f"| {replicas} | {result['command']} | {1000 * result['min']:.0f} ms "
+                         f"+{100 * (result['median'] / result['min'] - 1):.0f}% | {rate:,.0f} MiB/s "
+                         f"| {result['min'] / base:.2f} |")
+    lines = ["", "## The program cmm_node", "",
+             "256 MiB in memory, replicas in memory, the fastest of 9 runs. cmm_node forms and checks",
+             "integrity bytes, reads every replica back and compares; cp does neither.", "",
+             "| replicas | | time | replicas written | ratio to cp |", "|---:|---|---:|---:|---:|",
+             *lines]
+    profile = folder / "node_profile.txt"
+    if profile.exists():
+        lines += ["", "Where its time goes with 3 replicas, by samples:", "", "```",
+                  *profile.read_text().rstrip().splitlines(), "```"]
+    return lines
 
 
 # ------------------------------------------------------------------------------ the plot
@@ -267,17 +303,17 @@ def panel(run, row, top):
     """One row's bars, on a scale from 1 ns that is logarithmic."""
     cells = [(source, run.figure(row["id"], row["threads"], source, row.get("figure", "time")))
              for source in run.sources(row["id"], row["threads"])]
-    cells = [(source, cell) for source, cell in cells if cell is not None and cell.median > 0]
-    longest = max((math.log10(1 + cell.median) for _, cell in cells), default=1)
+    cells = [(source, cell) for source, cell in cells if cell is not None and cell.value > 0]
+    longest = max((math.log10(1 + cell.value) for _, cell in cells), default=1)
     parts = [f'<text x="8" y="{top + 12}" class="title">{escape(row["title"])}</text>']
     at = top + 18
     for source, cell in cells:
-        length = (WIDTH - LEFT - 110) * math.log10(1 + cell.median) / longest
+        length = (WIDTH - LEFT - 110) * math.log10(1 + cell.value) / longest
         parts.append(
             f'<text x="{LEFT - 6}" y="{at + 10}" class="name">{escape(COLUMNS[source])}</text>'
             f'<rect x="{LEFT}" y="{at}" width="{length:.1f}" height="{BAR - 2}" '
             f'fill="{COLOURS.get(source, "#d9a441")}"/>'
-            f'<text x="{LEFT + length + 4:.1f}" y="{at + 10}">{number(cell.median)} ns</text>')
+            f'<text x="{LEFT + length + 4:.1f}" y="{at + 10}">{number(cell.value)} ns</text>')
         at += BAR
     return parts, at + GAP
 
@@ -309,7 +345,7 @@ def write(result_path, document_path):
     rows = load("targets.toml")["row"]
     plot_path = document_path.with_suffix(".svg")
     text, targets = document(run, rows, load("explanations.toml"), plot_path.name)
-    document_path.write_text(text)
+    document_path.write_text(text + "\n".join(node_section(Path(result_path).parent) + [""]))
     plot_path.write_text(plot(run, rows))
     print(f"{document_path}: {targets.met} targets met, {targets.missed} missed, "
           f"{targets.unmeasured} not measured")
@@ -331,16 +367,16 @@ def self_test():
     ]}
     run = Run(result)
     row = {"id": "r", "threads": 1}
-    assert run.figure("r", 1, "static", "time").median == 20
-    assert run.figure("r", 2, "static", "time").median == 24
+    assert run.figure("r", 1, "static", "time").value == 15
+    assert run.figure("r", 2, "static", "time").value == 24
     assert run.figure("r", 1, "packet", "time") is None
     both = {"over": ["glibc", "jemalloc"], "max": 0.8}
-    assert judge(run, row, both, "static")[1:] == (0.8, 0.8, True)
-    assert judge(run, row, {"over": "limit", "max": 1.9}, "static")[1:] == (2.0, 1.9, False)
-    assert judge(run, row, {"max": 20}, "static")[3] and not judge(run, row, {"max": 19},
+    assert judge(run, row, both, "static")[1:] == (0.6, 0.8, True)
+    assert judge(run, row, {"over": "limit", "max": 1.4}, "static")[1:] == (1.5, 1.4, False)
+    assert judge(run, row, {"max": 15}, "static")[3] and not judge(run, row, {"max": 14},
                                                                    "static")[3]
-    assert judge(run, {"id": "r", "threads": 2}, {"scaling": 0.9}, "static")[1:] == (1.0, 0.9,
-                                                                                     False)
+    scaled = judge(run, {"id": "r", "threads": 2}, {"scaling": 0.9}, "static")
+    assert scaled[1:] == ((24 / 15) / (12 / 10), 0.9, False)
     counted = {"id": "r", "threads": 1, "figure": "objects"}
     assert judge(run, counted, {"equals": 7}, "jemalloc")[3]
     assert judge(run, row, {"max": 1}, "packet") is None

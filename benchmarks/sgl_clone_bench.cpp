@@ -94,8 +94,9 @@ struct packet_chain {
         if (s_pages == nullptr || s_clones == nullptr)
             fail("the packet library has no room for clones");
     }
-    /* A buffer's count is changed without a lock while it is 1, so several threads may clone a chain
-     * only if somebody else holds it besides: then one more clone is kept for the time of the run. */
+    /* A buffer's count is changed without a lock while it is 1, so several threads may clone a
+     * chain only if somebody else holds it besides: then one more clone is kept for the time of the
+     * run. */
     template <uint32_t PAGES>
     static void make(const state &run)
     {

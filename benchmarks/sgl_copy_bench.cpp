@@ -72,18 +72,25 @@ private:
     uint32_t at_ = 0;
 };
 
-/* The limit's chains: flat memory as large as the pages' part that is copied. */
+/*
+ * The limit's chains: flat memory as large as the pages' part that is copied. It begins half a page
+ * of the system's beside the buffers' place in theirs: where both lie alike, loads look like those
+ * of stores under way, and this processor copies at a fifteenth of its speed.
+ */
 template <class SET, uint32_t PAGE_BYTES>
 class flat_set
 {
 public:
-    flat_set() : memory_(new uint8_t[SIZE])
+    explicit flat_set(const uint8_t *beside) : memory_(new uint8_t[SIZE + SYSTEM_PAGE])
     {
-        memset(memory_.get(), 0xa5, SIZE);
+        memset(memory_.get(), 0xa5, SIZE + SYSTEM_PAGE);
+        const uintptr_t wanted = reinterpret_cast<uintptr_t>(beside) + SYSTEM_PAGE / 2;
+        first_ = memory_.get() +
+                 (wanted - reinterpret_cast<uintptr_t>(memory_.get())) % SYSTEM_PAGE;
     }
     uint8_t *piece() const
     {
-        return memory_.get() + size_t(at_) * SET::PAGES * PAGE_BYTES;
+        return first_ + size_t(at_) * SET::PAGES * PAGE_BYTES;
     }
     void step()
     {
@@ -92,7 +99,9 @@ public:
 
 private:
     static constexpr size_t SIZE = size_t(SET::PAGES) * PAGE_BYTES * SET::CHAINS;
+    static constexpr size_t SYSTEM_PAGE = 4096;
     std::unique_ptr<uint8_t[]> memory_;
+    uint8_t *first_;
     uint32_t at_ = 0;
 };
 
@@ -105,7 +114,7 @@ static void flat_copy(state &run)
     /* In the full measure each page is a call of its own, else the whole is one. */
     constexpr uint32_t PIECE = PAGE_BYTES == PAGE_SIZE_WITH_DIF ? PAGE_BYTES : BYTES;
     copy_set<SET, PAGE_BYTES> buffers;
-    flat_set<SET, PAGE_BYTES> flat;
+    flat_set<SET, PAGE_BYTES> flat(buffers.buffer());
     const copy_function copy = s_libc_memcpy;
     for (auto _ : run) {
         uint8_t *to = WAY == INTO_PAGES ? flat.piece() : buffers.buffer();

@@ -2,6 +2,7 @@
 """Exports, headers and version script say the same.
 
     check_exports.py --shared LIB.so --static LIB.a --map FILE --headers DIR --seam DIR
+    check_exports.py --layers PLATFORM LIB.so...
     check_exports.py --self-test
 
 The exported headers are the interface, the version script repeats their names grouped by header,
@@ -12,6 +13,9 @@ from the files themselves:
     shared   names the three platform libraries as its own needs; is never unloaded; binds no data
              to itself, so that a program and the library share one copy of each global
     static   defines no operation of the seam, and leaves the ones it calls undefined
+
+Of the platform's layers the same holds for the headers of the seam and of the host interfaces. A
+layer's script has groups besides that name what its private headers declare for the layer above.
 """
 
 import argparse
@@ -44,27 +48,31 @@ def declarations(text, marker):
     return found
 
 
+def operations(header):
+    """Names of the functions that a header without a marker declares."""
+    names = set()
+    text = re.sub(r"^\s*#.*$", "", without_comments(header.read_text()), flags=re.M)
+    text = re.sub(r"\{[^{}]*\}", "{}", text.replace('extern "C" {', ""))
+    for statement in text.split(";"):
+        record = "struct" in statement.split("(")[0] and "*" not in statement
+        if "typedef" in statement or record:
+            continue
+        match = re.match(r"\s*[\w\s\*]*?\b(\w+)\s*\(", statement)
+        if match:
+            names.add(match.group(1))
+    return names
+
+
 def seam_operations(directory):
     """Names of the functions that the seam headers declare."""
-    names = set()
-    for header in Path(directory).glob("*.h"):
-        text = re.sub(r"^\s*#.*$", "", without_comments(header.read_text()), flags=re.M)
-        text = re.sub(r"\{[^{}]*\}", "{}", text.replace('extern "C" {', ""))
-        for statement in text.split(";"):
-            record = "struct" in statement.split("(")[0] and "*" not in statement
-            if "typedef" in statement or record:
-                continue
-            match = re.match(r"\s*[\w\s\*]*?\b(\w+)\s*\(", statement)
-            if match:
-                names.add(match.group(1))
-    return names
+    return set().union(*(operations(header) for header in Path(directory).glob("*.h")))
 
 
 def map_groups(text):
     """{header: [names]} of a version script's global part."""
     part = text.split("global:", 1)[1].split("local:", 1)[0]
     groups, current = {}, None
-    for header, name in re.findall(r"/\*\s*(\S+\.h)\s*\*/|(\w+)\s*;", part):
+    for header, name in re.findall(r"/\*\s*(\S+\.h)\b[^*]*\*/|(\w+)\s*;", part):
         if header:
             current = header
             groups[current] = []
@@ -146,6 +154,29 @@ def check(options):
     return lines
 
 
+def check_layer_names(headers, groups, exports):
+    """`headers` is {header: names}, `groups` the scripts of all layers, `exports` their names."""
+    lines = []
+    for header in sorted(headers):
+        lines += compare(headers[header], header,
+                         set(groups.get(header, [])), f"the version scripts' group {header}")
+    scripted = {name for names in groups.values() for name in names}
+    return lines + compare(scripted, "the version scripts", exports, "the shared libraries")
+
+
+def check_layers(platform, *libraries):
+    headers, groups, exports = {}, {}, set()
+    for folder in ("include", "linux/include"):
+        for path in Path(platform, folder).glob("*.h"):
+            headers[path.name] = operations(path)
+    for script in Path(platform, "linux").glob("*/*.map"):
+        groups.update(map_groups(script.read_text()))
+    for library in libraries:
+        exports |= set(dynamic_symbols(library))
+    print(f"exports: {len(exports)} names of the platform's layers")
+    return check_layer_names(headers, groups, exports)
+
+
 # ---------------------------------------------------------------- self test
 
 HEADER = """
@@ -198,6 +229,15 @@ def self_test():
     expect("a name may stand under another header",
            check_names({"a.h": names}, {"b.h": list(names)}, names))
 
+    layers = {"x.h": {"do_lock"}}, {"x.h": ["do_lock"], "private.h": ["help"]}
+    expect("agreeing layers are refused", not check_layer_names(*layers, {"do_lock", "help"}))
+    expect("a layer's name may be missing in its script",
+           check_layer_names({"x.h": {"do_lock", "more"}}, layers[1], {"do_lock", "help"}))
+    expect("a script's name may be missing in its header",
+           check_layer_names({"x.h": set()}, layers[1], {"do_lock", "help"}))
+    expect("a layer may keep a name", check_layer_names(*layers, {"do_lock"}))
+    expect("a layer may export more", check_layer_names(*layers, {"do_lock", "help", "other"}))
+
     expect("sound link properties are refused", not check_dynamic(DYNAMIC))
     for word in (*PLATFORM, "NODELETE"):
         expect(f"{word} may be missing", check_dynamic(DYNAMIC.replace(word, "other")))
@@ -224,9 +264,13 @@ def main():
     parser.add_argument("--self-test", action="store_true")
     for name in ("shared", "static", "map", "headers", "seam"):
         parser.add_argument("--" + name)
+    parser.add_argument("--layers", nargs="+")
     options = parser.parse_args()
 
-    lines = self_test() if options.self_test else check(options)
+    if options.self_test:
+        lines = self_test()
+    else:
+        lines = check_layers(*options.layers) if options.layers else check(options)
     print("\n".join(lines) if lines else "exports: nothing to report")
     return 1 if lines else 0
 

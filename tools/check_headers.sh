@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Compiles every exported header and every header of the seam alone, as C11 and as C++20, with all
-# warnings as errors: each must bring what it needs, and serve embedders of either language.
+# Compiles every exported header, every header of the seam, of the platform's host interfaces and of
+# the console alone, as C11 and as C++20, with all warnings as errors: each must bring what it needs,
+# and serve embedders of either language.
 #
 #     check_headers.sh CC CXX [compiler flags...]
 set -euo pipefail
@@ -30,7 +31,7 @@ check()
     compiles_alone "$header" "$cxx" -x c++ -std=c++20 "${warnings[@]}" "$@" || failed=1
 }
 
-for header in include/*.h platform/include/*.h; do
+for header in include/*.h platform/include/*.h platform/linux/include/*.h console/include/*.h; do
     check "$header" "$@"
 done
 

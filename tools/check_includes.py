@@ -13,7 +13,13 @@ table RULES says which kinds an area may use. A kind that no rule knows is a bre
     src/cmm_umm/<x>       the library            -> its own _local.h first, exported, common, seam
     platform/include      the seam               -> seam headers of its own layer and lower ones
     platform/linux/<x>    a layer of the platform -> its own layer and lower ones
+    console/              commands of the console -> exported, host interfaces, seam, its own
     apps/                 programs               -> everything that is handed to an embedder
+    benchmarks/           measurements           -> the same, and the peers' headers
+
+The header of the system's static probes belongs to one header of the library and one of the slab
+layer. It is assembler for one family of systems; behind those two a system without it is a system
+without probes, and every other source names its probes in words of its own.
 """
 
 import re
@@ -30,6 +36,8 @@ TYPES_HEADER = "zyumm_cmm_types.h"
 TYPES_MAY_EMBED = {"zyax.h", "zymm.h", "zyumm.h"}
 LIBC_OF_HEADERS = {"stdint.h", "stddef.h", "stdarg.h"}
 LIBC_OF_ONE = {"zyumm_cmm_page.h": {"pthread.h"}}  # an exported once-control
+PROBES = "sys/sdt.h"
+PROBE_HEADERS = {"cmm_probe.h", "zymm_probe.h"}
 VENDORS = ("mxml.h", "numa.h", "numaif.h", "ini.h", "INIReader.h", "spdlog/", "fmt/", "CLI/",
            "gtest/", "nbdkit-", "isa-l/")
 
@@ -49,12 +57,13 @@ class Tree:
         self.exported = self.names("include")
         self.seam = self.names("platform/include")
         self.host = self.names("platform/linux/include")
+        self.console = self.names("console/include")
 
     def names(self, folder):
         return {p.name for p in (self.root / folder).glob("*.h")}
 
     def files(self):
-        for top in ("include", "src", "platform", "apps"):
+        for top in ("include", "src", "platform", "console", "apps", "benchmarks"):
             for path in sorted((self.root / top).rglob("*")):
                 if path.suffix in (".h", ".hpp", ".c", ".cpp"):
                     yield path
@@ -80,8 +89,12 @@ class Tree:
             return "exported", name
         if name in self.host:
             return "host", name
+        if name in self.console:
+            return "console", name
         if base.endswith("_local.h"):
             return "local", base[: -len("_local.h")]
+        if name == PROBES:
+            return "probes", path.name
         if name.startswith(VENDORS):
             return "vendor", name
         if (path.parent / name).is_file():
@@ -136,6 +149,8 @@ def platform_source(path, kind, detail):
         return LAYERS[detail] < own
     if kind == "vendor":
         return detail not in ("mxml.h",) and not detail.startswith(("CLI/", "gtest/"))
+    if kind == "probes":
+        return detail in PROBE_HEADERS
     return kind in ("system", "own", "local")
 
 
@@ -151,13 +166,27 @@ def library_source(path, kind, detail):
 def library_common(path, kind, detail):
     if kind == "exported":
         return detail == TYPES_HEADER
+    if kind == "probes":
+        return detail in PROBE_HEADERS
     return kind in ("seam", "common", "own", "system")
+
+
+def console_header(path, kind, detail):
+    return False
+
+
+def console_source(path, kind, detail):
+    return kind in ("exported", "seam", "host", "console", "own", "system")
 
 
 def program(path, kind, detail):
     if kind == "vendor":
         return detail.startswith(("CLI/", "nbdkit-", "isa-l/"))
-    return kind in ("exported", "seam", "host", "own", "system")
+    return kind in ("exported", "seam", "host", "console", "own", "system")
+
+
+def measurement(path, kind, detail):
+    return kind in ("exported", "seam", "host", "own", "system", "vendor")
 
 
 RULES = [
@@ -167,7 +196,10 @@ RULES = [
     ("platform/include/", seam_header),
     ("platform/linux/include/", host_header),
     ("platform/linux/", platform_source),
+    ("console/include/", console_header),
+    ("console/", console_source),
     ("apps/", program),
+    ("benchmarks/", measurement),
 ]
 
 
@@ -222,14 +254,21 @@ SOUND = {
     "platform/linux/zyax/timer.cpp": "#include \"timer.h\"\n#include <sys/timerfd.h>\n",
     "platform/linux/zyax/timer.h": "#include \"zyax.h\"\n",
     "platform/linux/zymm/zymm_private.h": "#include \"zyax.h\"\n",
+    "platform/linux/zymm/zymm_probe.h": "#include <sys/sdt.h>\n",
     "platform/linux/zymm/slab.cpp": "#include \"zymm_private.h\"\n#include <numa.h>\n",
     "platform/linux/zyumm/pool.cpp": "#include \"zymm_private.h\"\n#include \"zyumm.h\"\n",
     "src/cmm_umm/common/cmm_log.h": "#include \"zylog.h\"\n#include \"zyumm_cmm_types.h\"\n",
+    "src/cmm_umm/common/cmm_probe.h": "#include <sys/sdt.h>\n",
     "src/cmm_umm/page/page_local.h": "#include \"zyumm_cmm_page.h\"\n",
     "src/cmm_umm/page/alloc.cpp": "#include \"page_local.h\"\n#include \"zyumm_cmm_sgl.h\"\n"
                                   "#include \"common/cmm_log.h\"\n",
     "src/cmm_umm/sgl/sgl_local.h": "#include \"zyumm_cmm_sgl.h\"\n",
-    "apps/node/main.cpp": "#include <CLI/CLI.hpp>\n#include \"zyumm_cmm_page.h\"\n",
+    "console/include/zyumm_console.h": "",
+    "console/show.h": "#include <stdint.h>\n",
+    "console/show.cpp": "#include \"show.h\"\n#include \"zyumm_console.h\"\n"
+                        "#include \"zyax_log.h\"\n#include \"zyumm_cmm_page.h\"\n",
+    "apps/node/main.cpp": "#include <CLI/CLI.hpp>\n#include \"zyumm_cmm_page.h\"\n"
+                          "#include \"zyumm_console.h\"\n",
 }
 
 BREACHES = [
@@ -255,6 +294,15 @@ BREACHES = [
     ("src/cmm_umm/page/alloc.cpp", "numa.h", "the library goes past the seam"),
     ("src/cmm_umm/page/alloc.cpp", "zymm_private.h", "the library uses a platform's insides"),
     ("src/cmm_umm/common/cmm_log.h", "zyumm_cmm_page.h", "the helpers know a component"),
+    ("src/cmm_umm/common/cmm_log.h", "sys/sdt.h", "static probes past their header"),
+    ("src/cmm_umm/page/alloc.cpp", "sys/sdt.h", "the same in a component"),
+    ("platform/linux/zymm/slab.cpp", "sys/sdt.h", "the same in the platform"),
+    ("include/zyumm_cmm_page.h", "sys/sdt.h", "static probes in an exported header"),
+    ("console/show.cpp", "page_local.h", "the console knows a component's insides"),
+    ("console/show.cpp", "common/cmm_log.h", "the console uses the library's helpers"),
+    ("console/show.cpp", "zymm_private.h", "the console uses a platform's insides"),
+    ("console/include/zyumm_console.h", "zyax_console.h", "the console's header knows more"),
+    ("src/cmm_umm/page/alloc.cpp", "zyumm_console.h", "the library knows its console"),
     ("apps/node/main.cpp", "common/cmm_log.h", "a program uses the library's insides"),
     ("apps/node/main.cpp", "../../src/cmm_umm/page/page_local.h", "the same by its path"),
 ]

@@ -15,14 +15,18 @@ BUILD_PACKAGES=(
     libnuma-dev     # memory near the thread that uses it
     libinih-dev     # ini files
     libspdlog-dev   # log sinks and rotation
+    systemtap-sdt-dev # static probes: a header, nothing at run time
     libcli11-dev    # command lines of the programs
     nbdkit-plugin-dev libisal-dev # nbd_node: what it plugs into, and its CRC
+    libedit-dev libncurses-dev # cmmctl's prompt and screen
+    nlohmann-json3-dev # cmmctl and the tests read the console commands' JSON
 )
 TEST_PACKAGES=(
     gcc clang-14
     libgtest-dev libgmock-dev
     python3 binutils # the checks of includes and exports
     gcovr            # the coverage of the unit tests
+    tmux             # cmmctl as a user sees it
     valgrind libc6-dbg # a use after free is found at its line
 )
 BLOCK_PACKAGES=(
@@ -34,6 +38,7 @@ BENCH_PACKAGES=(
     libdpdk-dev     # packet-buffer pool
     libmimalloc2.0 libjemalloc2 libtcmalloc-minimal4
     libradospp-dev  # buffer list
+    hyperfine linux-perf # cmm_node beside cp, and where its time goes
 )
 
 missing_packages()

@@ -1,8 +1,8 @@
 /*
  * The order of a run:
  *
- *     signals - log - sources - library - limits - folders - poller, writers - protect - verify -
- *     writers off - cache emptied - poller off - audit - stop
+ *     signals - log - sources - library - console - limits - folders - poller, writers - protect -
+ *     verify - writers off - cache emptied - poller off - audit - console off - stop
  *
  * A failure inside a phase is kept in the failure list and ends up in the report; one before the
  * first phase is thrown. A stop signal ends the phases early and nothing else: what follows them is
@@ -15,6 +15,7 @@
 #include <csignal>
 #include <filesystem>
 
+#include "console_use.h"
 #include "leak_audit.h"
 #include "library_use.h"
 #include "node_error.h"
@@ -118,6 +119,7 @@ int run_node(const node_options &options)
     io_context io(options.replicas, options.timeout);
     std::deque<worker> workers;
     library_use library(config_dir(options));
+    console_use console(options.console);
     serving_threads serving(io);
     const pool_limits limits = find_limits(options.replicas);
     replica_store store(options.replica_dir, options.replicas);
@@ -134,6 +136,7 @@ int run_node(const node_options &options)
     result.read_pools();
     result.audit = audit_at_the_end();
     print_holders(result.audit);
+    console.stop();
     result.stopped_clean = library.stop();
     clear_away(options, sources, store, io.failures, result);
     result.failures = io.failures.lines();

@@ -54,6 +54,9 @@ void add_options(CLI::App &app, node_options *options)
     app.add_option("--log-file", options->log_file,
                    "Log there instead of to standard error; three files of 10 MiB at most")
         ->option_text("FILE");
+    app.add_option("--console", options->console,
+                   "Serve the debug console on this Unix socket while the library runs")
+        ->option_text("PATH");
     app.add_flag("--verify-only", options->verify_only,
                  "Only compare the images of an earlier run");
     app.add_flag("--keep", options->keep,

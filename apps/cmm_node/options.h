@@ -18,6 +18,7 @@ struct node_options {
     std::string              replica_dir; /* empty: a temporary one */
     std::string              config_dir;  /* empty: the sample that was built with the program */
     std::string              log_file;    /* empty: standard error */
+    std::string              console;     /* path of the console's socket; empty: no console */
     uint32_t                 replicas  = 2;
     uint32_t                 threads   = 8;
     uint32_t                 timeout   = 30; /* s, of one request for pages */

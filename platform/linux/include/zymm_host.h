@@ -66,6 +66,139 @@ typedef struct zymm_stats {
 int zymm_stats_get(zymm_stats *stats);
 
 /*
+ * Looking at slabs and memory pools, as consoles do. A look takes no lock that allocations take
+ * longer than a moment, and it may come beside the destruction of its slab: it then finds nothing.
+ * Numbers of a busy slab are of slightly different moments.
+ */
+
+/*
+ * Copies the handles of all slabs and memory pools, in the order of their making.
+ *
+ * handles: room for `room` of them; with more slabs than room some are left out. May be null when
+ *          room is 0.
+ *
+ * Returns the number of all.
+ */
+uint64_t zymm_slab_list(uint64_t *handles, uint64_t room);
+
+/*
+ * What is known about a slab.
+ *
+ * made        objects that exist, out or free. It never falls. No more were ever out at once.
+ * high_water  objects that certainly were out at once at some moment; at most `made`. Counting the
+ *             true mark would need a counter that all threads share, so the slab is looked at:
+ *             each question for its usage, by whomever, moves the mark. The memory manager asks for
+ *             that of its pages once a millisecond. What was out between two looks is not seen, so
+ *             that the true mark lies between `high_water` and `made`.
+ */
+typedef struct zymm_slab_record {
+    uint64_t handle;
+    char     name[32];
+    uint64_t obj_size;   /* bytes */
+    uint64_t whole_size; /* bytes really spent on one object */
+    uint64_t min_num, max_num; /* max_num: 0 when there is no limit but memory */
+    uint64_t total;      /* max_num; without a limit, `made` */
+    uint64_t used;       /* held by callers */
+    uint64_t made;
+    uint64_t high_water;
+    uint64_t allocs, frees; /* so far */
+    uint64_t leaked;     /* out for at least the leak age; 0 when it was not asked for */
+    uint64_t bytes;      /* memory that it has taken for objects */
+    uint64_t attr;       /* ZYMM_RECORD_ATTR_* */
+    uint32_t module_id;  /* owner */
+    uint32_t align;
+    uint32_t unlimited;  /* 1 = no limit but memory */
+    uint32_t is_class;   /* 1 = one of several size classes of an allocator */
+} zymm_slab_record;
+
+enum {
+    ZYMM_RECORD_ATTR_CACHED     = 0x2,   /* threads cache its objects */
+    ZYMM_RECORD_ATTR_CLEARED    = 0x4,   /* objects are zeroed when allocated */
+    ZYMM_RECORD_ATTR_NODUMP     = 0x80,  /* left out of core dumps */
+    ZYMM_RECORD_ATTR_LOCKED     = 0x100, /* locked in memory */
+    ZYMM_RECORD_ATTR_ONE_BLOCK  = 0x200,
+    ZYMM_RECORD_ATTR_HUGE_PAGES = 0x400,
+    ZYMM_RECORD_ATTR_NOFORK     = 0x800  /* a forked child does not get it */
+};
+
+/*
+ * Fills in the record; `with_leaks` not 0 also counts the leaked objects, for which one word of
+ * every object is read.
+ *
+ * 0; -1, without a line and with nothing written, for a handle that is stale or 0.
+ */
+int zymm_slab_record_get(uint64_t slab, int with_leaks, zymm_slab_record *record);
+
+/* What a slab has on one NUMA node. */
+typedef struct zymm_node_record {
+    uint64_t made; /* objects that exist there */
+    uint64_t used, free;
+    uint64_t cached; /* of the free ones, in threads' caches */
+    uint64_t pieces, bytes;
+} zymm_node_record;
+
+/* 0; -1, without a line and with nothing written, for a stale handle and beyond the last node. The
+ * slab's threads are stopped for a moment. */
+int zymm_slab_node_get(uint64_t slab, uint32_t node, zymm_node_record *record);
+
+/* Objects that one call site holds. */
+typedef struct zymm_holder {
+    const char *func; /* never null; lives as long as the process */
+    uint32_t    module_id;
+    uint32_t    line;
+    uint64_t    objects;
+    uint64_t    leaked;   /* of these, out for at least the leak age */
+    uint64_t    oldest_s; /* whole seconds since the oldest one's allocation */
+} zymm_holder;
+
+typedef struct zymm_holder_sum {
+    uint64_t objects;
+    uint64_t leaked;
+    uint64_t sites;     /* that were found, also beyond the room */
+    uint64_t ungrouped; /* of objects: of call sites beyond the first 32,768 */
+} zymm_holder_sum;
+
+enum {
+    ZYMM_HOLDERS_ALL    = 0, /* with the most objects first */
+    ZYMM_HOLDERS_LEAKED = 1  /* only those with leaked objects, with the most of them first */
+};
+
+/*
+ * Groups the objects that are out by the call site that took them.
+ *
+ * which:   ZYMM_HOLDERS_*.
+ * holders: receives the first `room` sites.
+ * sum:     all fields but `sites` are over all objects that are out, whatever `which` says.
+ *
+ * 0; -1, without a line and with nothing written, for a stale handle and when there is no memory
+ * for the table (as large as the number of objects needs, at most 3 MiB, for the time of the call).
+ */
+int zymm_slab_holders_get(uint64_t slab, uint32_t which, zymm_holder *holders, uint64_t room,
+                          zymm_holder_sum *sum);
+
+/* One object. */
+typedef struct zymm_object_record {
+    uint32_t    is_out; /* 1 = held by a caller; the rest but `node` is 0 and "" when it is not */
+    uint32_t    node;   /* of its memory */
+    uint32_t    module_id; /* who took it */
+    uint32_t    line;
+    const char *func;
+    uint64_t    age_s; /* whole seconds */
+} zymm_object_record;
+
+/*
+ * Looks at an object: calls `look` if one of the slab's objects begins at the address, whatever
+ * number that is. Until `look` returns the slab's memory stays, so `look` may read the object.
+ *
+ * look: runs on the calling thread. Slabs cannot be destroyed and the process cannot fork while it
+ *       runs, so it has to return soon, and may not print to a console nor call this layer.
+ *
+ * 0; -1, without a line, when there is no such object or slab.
+ */
+int zymm_object_look(uint64_t slab, const void *object,
+                     void (*look)(void *ctx, const zymm_object_record *record), void *ctx);
+
+/*
  * Replaces the machine's NUMA nodes by `nodes` (1 to 64) made-up ones; `node_of_caller` answers the
  * calling thread's node. Memory is not bound to made-up nodes, everything else behaves as on a
  * machine that has them.

@@ -3,29 +3,22 @@
  *
  *     thread's word --> innermost command --> outer command --> null: standard output
  *
- * A command is a small record on the heap that exists from zyax_console_begin to zyax_console_end.
- * Only the thread that began it ever touches it, so there is no lock. What DBG_PrintBuf gathers
+ * A command is a small record on the heap that exists from zyax_console_begin to zyax_console_end,
+ * or for one line of the console. Only the thread that began it ever touches it, so there is no
+ * lock. What DBG_PrintBuf gathers
  * grows without a bound of its own: a command's output is delivered whole. When memory ends first,
  * what was gathered goes out early and the text at once, so that nothing is lost or reordered.
  */
-#include "zyax_local.h"
+#include "console_local.h"
 
 #include <new>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string>
 #include <utility>
 
 namespace zyax
 {
-
-struct console_command {
-    void (*write)(void *ctx, const char *text, size_t length);
-    void *ctx;
-    std::string gathered;
-    console_command *outer;
-};
 
 constinit thread_local console_command *t_command = nullptr;
 
@@ -90,6 +83,38 @@ static void print(text_user use, const char *format, va_list args)
     va_end(again);
 }
 
+console_command *console_begin(console_write write, void *ctx, bool is_line)
+{
+    console_command *command = new (std::nothrow) console_command{
+        .write = write, .ctx = ctx, .gathered = {}, .outer = t_command, .is_line = is_line};
+    if (command != nullptr)
+        t_command = command;
+    return command;
+}
+
+static void end_innermost(void)
+{
+    console_command *command = t_command;
+    t_command = command->outer;
+    deliver_gathered(command);
+    delete command;
+}
+
+void console_end(console_command *command)
+{
+    while (t_command != command)
+        end_innermost();
+    end_innermost();
+}
+
+uint32_t console_runs_here(const console_entry *entry)
+{
+    uint32_t runs = 0;
+    for (const console_command *command = t_command; command != nullptr; command = command->outer)
+        runs += command->entry == entry;
+    return runs;
+}
+
 } // namespace zyax
 
 using namespace zyax;
@@ -127,23 +152,26 @@ void zyax_console_begin(void (*write)(void *ctx, const char *text, size_t length
         return;
     }
 
-    console_command *command = new (std::nothrow) console_command{write, ctx, {}, t_command};
-    if (command == nullptr) {
+    if (console_begin(write, ctx, false) == nullptr)
         ZYAX_LOG(ZYLOG_ERROR, "No memory for a console command.");
-        return;
-    }
-    t_command = command;
 }
 
 void zyax_console_end(void)
 {
-    console_command *command = t_command;
-    if (command == nullptr) {
+    if (t_command == nullptr || t_command->is_line) {
         ZYAX_LOG(ZYLOG_ERROR, "The end of a console command that never began.");
         return;
     }
 
-    t_command = command->outer;
-    deliver_gathered(command);
-    delete command;
+    end_innermost();
+}
+
+void zyax_console_fail(void)
+{
+    for (console_command *command = t_command; command != nullptr; command = command->outer) {
+        if (command->is_line) {
+            command->has_failed = true;
+            return;
+        }
+    }
 }

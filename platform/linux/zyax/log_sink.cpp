@@ -9,20 +9,19 @@
  * The sinks themselves are spdlog's variants without locks: one thread writes at a time.
  *
  * The list is on the heap and never released: lines come in until the very end of the process,
- * later than any destructor of this library runs.
+ * later than any destructor of this library runs. What a line looks like is log_form.cpp's.
  */
-#include "log_local.h"
+#include "log_form.h"
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
 #include <poll.h>
 #include <stdio.h>
 #include <string.h>
+#include <string>
 #include <unistd.h>
 #include <vector>
 
-#include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/sinks/syslog_sink.h>
@@ -30,32 +29,45 @@
 namespace zyax
 {
 
-/* Time, then the text as log_line_fill and describe have made it. */
-static constexpr const char *PATTERN = "%Y-%m-%d %H:%M:%S.%f %v";
-
-struct sink_list {
-    std::vector<spdlog::sink_ptr> all;
-    spdlog::sink_ptr standard_error; /* also in `all`, or null */
-    bool has_syslog = false;
+/* Outlives a sink that is replaced by one of another form. */
+struct line_counts {
+    uint64_t written = 0;
+    uint64_t refused = 0;
 };
 
+/* A sink and what the list of sinks says of it, its counts aside. */
+struct sink_entry {
+    spdlog::sink_ptr sink;
+    std::shared_ptr<line_counts> counts;
+    zyax_log_sink record;
+};
+
+using sink_list     = std::vector<sink_entry>;
 using sink_list_ptr = std::shared_ptr<const sink_list>;
 
 static pthread_mutex_t s_list_lock = PTHREAD_MUTEX_INITIALIZER;
 static sink_list_ptr *s_list; /* null until the first use; under s_list_lock */
 
-static spdlog::sink_ptr with_pattern(spdlog::sink_ptr sink)
+static sink_entry make_entry(spdlog::sink_ptr sink, log_form form, zyax_log_sink record,
+                             const char *target)
 {
-    sink->set_formatter(std::make_unique<spdlog::pattern_formatter>(PATTERN));
-    return sink;
+    sink->set_formatter(make_log_formatter(form));
+    strncpy_s(record.target, sizeof(record.target), target, sizeof(record.target) - 1);
+    return {std::move(sink), std::make_shared<line_counts>(), record};
+}
+
+static sink_entry make_standard_error(bool is_coloured)
+{
+    zyax_log_sink record = {};
+    record.kind = ZYAX_LOG_STDERR;
+    record.is_coloured = is_coloured;
+    return make_entry(std::make_shared<spdlog::sinks::stderr_sink_st>(),
+                      is_coloured ? log_form::COLOURED : log_form::PLAIN, record, "stderr");
 }
 
 static sink_list_ptr make_initial_list(void)
 {
-    sink_list list;
-    list.standard_error = with_pattern(std::make_shared<spdlog::sinks::stderr_sink_st>());
-    list.all.push_back(list.standard_error);
-    return std::make_shared<const sink_list>(std::move(list));
+    return std::make_shared<const sink_list>(1, make_standard_error(wants_colour()));
 }
 
 /* The list lock, held for a scope. */
@@ -92,60 +104,35 @@ static bool replace_list(Change change)
     return true;
 }
 
-static spdlog::level::level_enum spdlog_level(uint32_t level)
+static bool has_kind(const sink_list &list, uint32_t kind)
 {
-    if (level <= ZYLOG_FATAL)
-        return spdlog::level::critical;
-    if (level == ZYLOG_ERROR)
-        return spdlog::level::err;
-    if (level < ZYLOG_INFO)
-        return spdlog::level::warn;
-    return level == ZYLOG_INFO ? spdlog::level::info : spdlog::level::debug;
+    return std::any_of(list.begin(), list.end(),
+                       [=](const sink_entry &entry) { return entry.record.kind == kind; });
 }
 
-static const char *level_name(uint32_t level)
-{
-    static const char *const NAMES[] = {"fatal",   "fatal",  "fatal", "error",
-                                        "warning", "notice", "info"};
-    return level <= ZYLOG_INFO ? NAMES[level] : "debug";
-}
-
-/* "error 4711 module function file:line text"; the length. */
-static size_t describe(const log_line &line, char *out, size_t size)
-{
-    const int length = snprintf(out, size, "%s %d %s %.*s", level_name(line.level),
-                                int(line.thread), zyax_pid_get_name(line.module_id),
-                                int(line.length), line.text);
-    return length < 0 ? 0 : std::min(size_t(length), size - 1);
-}
-
-static constexpr size_t DESCRIPTION_SIZE = LOG_TEXT_SIZE + 64;
-
-static bool write_to(const spdlog::sink_ptr &sink, const spdlog::details::log_msg &message)
+static bool write_to(const sink_entry &entry, const spdlog::details::log_msg &message)
 {
     try {
-        sink->log(message);
+        entry.sink->log(message);
+        __atomic_add_fetch(&entry.counts->written, 1, __ATOMIC_RELAXED);
         return true;
     } catch (...) {
+        __atomic_add_fetch(&entry.counts->refused, 1, __ATOMIC_RELAXED);
         return false;
     }
 }
 
 bool log_sinks_write(const log_line &line)
 {
-    char text[DESCRIPTION_SIZE];
+    char text[LOG_DESCRIPTION_SIZE];
     const size_t length = describe(line, text, sizeof(text));
-    const spdlog::log_clock::time_point time{
-        std::chrono::duration_cast<spdlog::log_clock::duration>(
-            std::chrono::nanoseconds(line.time))};
     bool everywhere = true;
     try {
-        const spdlog::details::log_msg message(time, spdlog::source_loc{}, "",
-                                               spdlog_level(line.level),
-                                               spdlog::string_view_t(text, length));
+        const spdlog::details::log_msg message =
+            make_log_message(line, spdlog::string_view_t(text, length));
         const sink_list_ptr list = present_list();
-        for (const spdlog::sink_ptr &sink : list->all)
-            everywhere = write_to(sink, message) && everywhere;
+        for (const sink_entry &entry : *list)
+            everywhere = write_to(entry, message) && everywhere;
     } catch (...) {
         everywhere = false;
     }
@@ -174,8 +161,9 @@ void log_sinks_start_over(void)
 
 void log_write_raw(const log_line &line)
 {
-    char text[DESCRIPTION_SIZE + 1];
-    size_t length = describe(line, text, sizeof(text) - 1);
+    char text[LOG_DESCRIPTION_SIZE + 16];
+    size_t length = size_t(snprintf(text, sizeof(text), "%s ", zyax_log_level_name(line.level)));
+    length += describe(line, text + length, sizeof(text) - length - 1);
     text[length++] = '\n';
 
     pollfd ready = {STDERR_FILENO, POLLOUT, 0};
@@ -199,11 +187,15 @@ static bool add_file(const char *path, uint64_t max_bytes, uint32_t files)
     try {
         spdlog::file_event_handlers handlers;
         handlers.after_open = write_through;
-        spdlog::sink_ptr sink =
-            with_pattern(std::make_shared<spdlog::sinks::rotating_file_sink_st>(
-                path, max_bytes, files, CONTINUE, handlers));
+        zyax_log_sink record = {};
+        record.kind = ZYAX_LOG_FILE;
+        record.max_bytes = max_bytes;
+        record.files = files;
+        sink_entry entry = make_entry(std::make_shared<spdlog::sinks::rotating_file_sink_st>(
+                                          path, max_bytes, files, CONTINUE, handlers),
+                                      log_form::PLAIN, record, path);
         return replace_list([&](sink_list &list) {
-            list.all.push_back(std::move(sink));
+            list.push_back(std::move(entry));
             return true;
         });
     } catch (...) {
@@ -213,20 +205,48 @@ static bool add_file(const char *path, uint64_t max_bytes, uint32_t files)
 
 static bool add_syslog(const char *ident)
 {
-    constexpr bool PLAIN_TEXT = false; /* syslog has a clock of its own */
+    constexpr bool WITH_FORMATTER = true;
 
     try {
-        return replace_list([&](sink_list &list) {
-            if (list.has_syslog)
+        return replace_list([=](sink_list &list) {
+            if (has_kind(list, ZYAX_LOG_SYSLOG))
                 return false;
-            list.all.push_back(std::make_shared<spdlog::sinks::syslog_sink_st>(
-                ident, LOG_PID, LOG_USER, PLAIN_TEXT));
-            list.has_syslog = true;
+            zyax_log_sink record = {};
+            record.kind = ZYAX_LOG_SYSLOG;
+            list.push_back(make_entry(std::make_shared<spdlog::sinks::syslog_sink_st>(
+                                          ident, LOG_PID, LOG_USER, WITH_FORMATTER),
+                                      log_form::WITHOUT_TIME, record, ident));
             return true;
         });
     } catch (...) {
         return false;
     }
+}
+
+static bool is_standard_error(const sink_entry &entry)
+{
+    return entry.record.kind == ZYAX_LOG_STDERR;
+}
+
+/* Another sink in the place of standard error's, for the writer may be in the midst of that. */
+static bool recolour(sink_list &list, bool is_coloured)
+{
+    const auto place = std::find_if(list.begin(), list.end(), is_standard_error);
+    if (place == list.end())
+        return false;
+
+    sink_entry changed = make_standard_error(is_coloured);
+    changed.counts = place->counts;
+    *place = std::move(changed);
+    return true;
+}
+
+static zyax_log_sink describe_sink(const sink_entry &entry)
+{
+    zyax_log_sink record = entry.record;
+    record.written = __atomic_load_n(&entry.counts->written, __ATOMIC_RELAXED);
+    record.refused = __atomic_load_n(&entry.counts->refused, __ATOMIC_RELAXED);
+    return record;
 }
 
 } // namespace zyax
@@ -260,11 +280,40 @@ void zyax_log_remove_stderr(void)
 {
     try {
         replace_list([](sink_list &list) {
-            std::erase(list.all, list.standard_error);
-            list.standard_error.reset();
+            std::erase_if(list, is_standard_error);
             return true;
         });
     } catch (...) {
         ZYAX_LOG(ZYLOG_ERROR, "Standard error stays a sink of the log: no memory.");
     }
+}
+
+void zyax_log_set_colour(uint32_t mode)
+{
+    const bool is_coloured = mode == ZYAX_LOG_COLOUR_ALWAYS ||
+                             (mode != ZYAX_LOG_COLOUR_NEVER && wants_colour());
+    try {
+        replace_list([=](sink_list &list) { return recolour(list, is_coloured); });
+    } catch (...) {
+        ZYAX_LOG(ZYLOG_ERROR, "The colours of the log stay as they are: no memory.");
+    }
+}
+
+uint32_t zyax_log_list_sinks(zyax_log_sink *sinks, uint32_t room)
+{
+    try {
+        const sink_list_ptr list = present_list();
+        const size_t listed = sinks != nullptr ? std::min(size_t(room), list->size()) : 0;
+        for (size_t i = 0; i < listed; ++i)
+            sinks[i] = describe_sink((*list)[i]);
+        return uint32_t(list->size());
+    } catch (...) {
+        return 0;
+    }
+}
+
+const char *zyax_log_sink_kind_name(uint32_t kind)
+{
+    static const char *const NAMES[] = {"stderr", "file", "syslog"};
+    return kind < std::size(NAMES) ? NAMES[kind] : "unknown";
 }

@@ -1,8 +1,9 @@
 /*
- * The platform's own threads: the log's writer and the timer thread.
+ * The platform's own threads: the log's writer, the timer thread and the console's server.
  *
- * They are detached and live as long as the process. Nothing joins them at the end: one of them may
- * be stuck in a sink, and a process that ends must not wait for it.
+ * The first two are detached and live as long as the process. Nothing joins them at the end: one of
+ * them may be stuck in a sink, and a process that ends must not wait for it. The server is joined
+ * by whoever stops it.
  */
 #include "zyax_local.h"
 
@@ -21,7 +22,7 @@ static void fill_asynchronous_signals(sigset_t *set)
         sigdelset(set, fault);
 }
 
-bool start_service_thread(void *(*thread_main)(void *), const char *name)
+bool start_service_thread(void *(*thread_main)(void *), const char *name, pthread_t *joinable)
 {
     sigset_t blocked;
     sigset_t before;
@@ -32,7 +33,10 @@ bool start_service_thread(void *(*thread_main)(void *), const char *name)
     const bool started = pthread_create(&thread, nullptr, thread_main, nullptr) == 0;
     if (started) {
         pthread_setname_np(thread, name);
-        pthread_detach(thread);
+        if (joinable != nullptr)
+            *joinable = thread;
+        else
+            pthread_detach(thread);
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return started;

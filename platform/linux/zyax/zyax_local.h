@@ -45,15 +45,24 @@ inline uint64_t thread_identity(void)
 }
 
 /*
- * Starts one of the platform's own threads, detached. Signals sent to the process are none of its
- * business: it blocks all but those that a fault of its own raises. False when it cannot start.
+ * Starts one of the platform's own threads. Signals sent to the process are none of its business:
+ * it blocks all but those that a fault of its own raises. False when it cannot start.
+ *
+ * joinable: receives the thread, which somebody has to join; null = it is detached.
  */
-bool start_service_thread(void *(*thread_main)(void *), const char *name);
+bool start_service_thread(void *(*thread_main)(void *), const char *name,
+                          pthread_t *joinable = nullptr);
 
 /* Waits for a mutex, but not for ever; false when `milliseconds` have passed without it. */
 bool lock_within(pthread_mutex_t *mutex, uint32_t milliseconds);
 
 /* True when this process, or the one that it was forked from, has a timer thread. */
 bool had_timer_thread(void);
+
+/* How many names of modules there is room for. */
+inline constexpr uint32_t MAX_MODULE_NAMES = 512;
+
+/* Fills in the ids of all modules that have a name, each once, ascending; how many. */
+uint32_t named_modules(uint32_t (&module_ids)[MAX_MODULE_NAMES]);
 
 } // namespace zyax

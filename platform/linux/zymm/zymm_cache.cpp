@@ -87,7 +87,6 @@ void cache_arm(thread_cache *c)
     c->bottom = m->objects;
     c->top = m->objects + count_of(m);
     c->end = m->objects + c->limit;
-    c->low = c->top;
     c->word.store(serves ? c->s->handle : uint64_t(CACHE_IDLE), std::memory_order_release);
 }
 
@@ -142,11 +141,13 @@ void cache_close(thread_cache *c)
 
 static void send_home(thread_cache *c, magazine *m)
 {
+    c->streak = 0;
+    c->asks_ahead = 0;
     stack_push(&depot_of(c->s, m->node)->shards[c->shard].full, m);
 }
 
-/* Empties the place: the magazine goes home when it is worth it and an empty one can take its place,
- * else its objects become loose. */
+/* Empties the place: the magazine goes home when it is worth it and an empty one can take its
+ * place, else its objects become loose. */
 static void surrender(thread_cache *c, magazine **place)
 {
     magazine *m = *place;
@@ -242,6 +243,7 @@ static void *load_full(thread_cache *c, depot *d)
     magazine_put(c->previous);
     c->previous = c->loaded;
     c->loaded = m;
+    c->asks_ahead = ++c->streak > COLD_STREAK && c->holds_pages;
     return pop(m);
 }
 
@@ -283,12 +285,6 @@ static void *carve(thread_cache *c, uint32_t node)
     return object != nullptr ? object : carve_one(c->s, d);
 }
 
-/* All objects of the slab exist: looking for room to carve would only cost time. */
-static bool is_carved_out(const slab *s)
-{
-    return s->carved.load(std::memory_order_relaxed) >= s->max_num;
-}
-
 static void *take_from(thread_cache *c, uint32_t node)
 {
     slab *s = c->s;
@@ -301,9 +297,11 @@ static void *take_from(thread_cache *c, uint32_t node)
     return object;
 }
 
+/* True when the node has room to carve: of this call's making, or another thread's since the caller
+ * found none. It may be gone again. */
 static bool grow(slab *s, uint32_t node)
 {
-    if (s->capacity.load(std::memory_order_relaxed) >= s->max_num)
+    if (is_carved_out(s))
         return false;
     tick_refresh();
     signal_guard quiet;
@@ -324,7 +322,7 @@ void *cache_take(thread_cache *c)
         return object;
 
     object = take_from(c, home);
-    if (object == nullptr && grow(s, home))
+    while (object == nullptr && grow(s, home))
         object = take_from(c, home);
     for (uint32_t step = 1; step < s->depots && object == nullptr; step++)
         object = take_from(c, (home + step) % s->depots);
@@ -357,7 +355,7 @@ void *depot_take_one(slab *s)
 {
     const uint32_t home = node_here();
     void *object = take_one_from(s, home);
-    if (object == nullptr && grow(s, home))
+    while (object == nullptr && grow(s, home))
         object = take_one_from(s, home);
     for (uint32_t step = 1; step < s->depots && object == nullptr; step++)
         object = take_one_from(s, (home + step) % s->depots);
@@ -430,6 +428,43 @@ void cache_give(thread_cache *c, const object_place &place)
     const uint32_t count = count_of(m);
     m->objects[count] = place.object();
     set_count(m, count + 1);
+}
+
+/* ------------------------------------------------------------------ the other magazine */
+
+static bool holds_more(thread_cache *c)
+{
+    return c->top == c->bottom && count_of(c->previous) != 0 && c->previous->node == node_of(c);
+}
+
+static bool holds_less(thread_cache *c)
+{
+    return c->top == c->end && has_room(c, c->previous, node_of(c));
+}
+
+static bool turn(uint64_t handle, bool (*other_serves)(thread_cache *c))
+{
+    thread_cache *c = fast_cache(t_thread, handle);
+    if (c == nullptr)
+        return false;
+    if (!other_serves(c)) {
+        cache_leave_fast(c, handle);
+        return false;
+    }
+    cache_settle(c);
+    std::swap(c->loaded, c->previous);
+    cache_leave(c);
+    return true;
+}
+
+bool cache_turn_to_take(uint64_t handle)
+{
+    return turn(handle, holds_more);
+}
+
+bool cache_turn_to_give(uint64_t handle)
+{
+    return turn(handle, holds_less);
 }
 
 /* ------------------------------------------------------------------ call sites */

@@ -7,45 +7,20 @@
 #include "dbg_console.h"
 #include "zymm_handle.h"
 #include "zymm_holders.h"
-#include "zymm_lock.h"
+#include "zymm_host.h"
 #include "zymm_private.h"
 #include "zymm_seam.h"
 #include "zymm_slab.h"
 
 using namespace zymm;
 
-/* One node's part of a slab. */
-struct node_counts {
-    uint64_t carved, used, cached, pieces, bytes;
-};
-
-/* False when there is no such node, or no such slab any more. */
-static bool count_node(uint64_t handle, uint32_t node, node_counts *counts)
-{
-    const gate_guard alive;
-    slab *s = static_cast<slab *>(handle_body(handle, HANDLE_SLAB));
-    if (s == nullptr || node >= s->depots)
-        return false;
-
-    depot *d = depot_of(s, node);
-    *counts = {0, slab_used_on(s, node), slab_cached(s, node), 0, 0};
-    scoped_lock held(&d->lock);
-    counts->carved = d->carved.load(std::memory_order_relaxed);
-    for (const piece *p = d->first; p != nullptr; p = p->next) {
-        counts->pieces++;
-        counts->bytes += p->bytes;
-    }
-    return true;
-}
-
 static void print_nodes(uint64_t handle)
 {
-    node_counts counts;
-    for (uint32_t node = 0; count_node(handle, node, &counts); node++) {
-        const uint64_t free = counts.carved > counts.used ? counts.carved - counts.used : 0;
+    zymm_node_record counts;
+    for (uint32_t node = 0; zymm_slab_node_get(handle, node, &counts) == 0; node++) {
         DBG_PrintBuf("  node %u: used %lu, free %lu (%lu in threads' caches), pieces %lu, "
                      "memory %lu bytes\n",
-                     node, counts.used, free, counts.cached, counts.pieces, counts.bytes);
+                     node, counts.used, counts.free, counts.cached, counts.pieces, counts.bytes);
     }
 }
 

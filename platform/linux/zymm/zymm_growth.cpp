@@ -15,6 +15,7 @@
 #include "zymm_node.h"
 #include "zymm_piece.h"
 #include "zymm_private.h"
+#include "zymm_probe.h"
 #include "zymm_seam.h"
 #include "zymm_slab.h"
 #include "zymm_system.h"
@@ -111,7 +112,7 @@ static void add_piece(slab *s, piece *p)
 bool slab_grow(slab *s, uint32_t node)
 {
     if (!may_grow(s))
-        return false;
+        return has_room(s, node);
 
     scoped_lock held(&s->growth);
     if (has_room(s, node)) /* another thread has grown it meanwhile */
@@ -122,9 +123,11 @@ bool slab_grow(slab *s, uint32_t node)
     piece *p = nullptr;
     const piece_wish wish = {next_piece_bytes(s), s->shape.stride, 0, UINT64_MAX, node};
     const char *failure = piece_make(s, &wish, &p);
-    if (failure == nullptr)
-        add_piece(s, p);
-    return failure == nullptr;
+    if (failure != nullptr)
+        return false;
+    ZYMM_PROBE_SLAB_GROWN(s->name, node, p->capacity, p->bytes);
+    add_piece(s, p); /* from here on other members of a pool may take from the piece */
+    return true;
 }
 
 static const char *back_on_node(slab *s, uint32_t node, uint64_t objects, uint64_t least)

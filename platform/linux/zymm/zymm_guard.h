@@ -5,12 +5,14 @@
  *
  * Under AddressSanitizer everything but the bytes of objects that are out is poisoned: a use after
  * free and a write past the end are reported at the guilty line. In the checking build
- * (-DZYMM_CHECKING) the guard is filled when an object goes out and looked at when it comes back.
+ * (-DZYMM_CHECKING) the guard is filled when an object goes out and looked at when it comes back,
+ * but not under Valgrind, which sees every write to it itself.
  * In every other build there is no guard and nothing here costs anything.
  *
  * The layer itself never writes into an object that is free: what the last holder left in it stays
- * readable for those accessors of the library above that look at freed page records. In the checking
- * build that holds for the records alone: all else is filled while it waits (zymm_quarantine.h).
+ * readable for those accessors of the library above that look at freed page records. In the
+ * checking build that holds for the records alone: all else is filled while it waits
+ * (zymm_quarantine.h).
  */
 #pragma once
 
@@ -29,7 +31,8 @@
 #include <sanitizer/asan_interface.h>
 #endif
 
-/* Valgrind's requests are a few instructions that do nothing elsewhere. */
+/* Valgrind's requests are a few instructions that do nothing elsewhere. Under Valgrind no thread
+ * has a cache, so the fast paths make none. */
 #if !defined(ZYMM_ASAN) && !defined(__SANITIZE_THREAD__) && __has_include(<valgrind/memcheck.h>)
 #include <valgrind/memcheck.h>
 #define ZYMM_VALGRIND 1
@@ -96,7 +99,8 @@ inline void guard_unpoison([[maybe_unused]] const void *memory, [[maybe_unused]]
 inline void guard_open([[maybe_unused]] void *object, [[maybe_unused]] uint64_t obj_size)
 {
 #if defined(ZYMM_CHECKING) && !defined(ZYMM_ASAN)
-    memset(static_cast<char *>(object) + obj_size, GUARD_FILL, GUARD_BYTES);
+    if (!guard_is_valgrind())
+        memset(static_cast<char *>(object) + obj_size, GUARD_FILL, GUARD_BYTES);
 #endif
 #ifdef ZYMM_ASAN
     ASAN_UNPOISON_MEMORY_REGION(object, obj_size);
@@ -117,6 +121,11 @@ inline void guard_close([[maybe_unused]] void *object, [[maybe_unused]] uint64_t
 #ifdef ZYMM_ASAN
     ASAN_POISON_MEMORY_REGION(object, stride);
 #endif
+}
+
+/* The same where it is Valgrind that watches: it learns who gave the object back, too. */
+inline void guard_withdraw([[maybe_unused]] void *object)
+{
 #ifdef ZYMM_VALGRIND
     VALGRIND_FREELIKE_BLOCK(object, 0);
 #endif
@@ -126,6 +135,8 @@ inline void guard_close([[maybe_unused]] void *object, [[maybe_unused]] uint64_t
 inline bool guard_is_whole([[maybe_unused]] const void *object, [[maybe_unused]] uint64_t obj_size)
 {
 #if defined(ZYMM_CHECKING) && !defined(ZYMM_ASAN)
+    if (guard_is_valgrind())
+        return true;
     const unsigned char *guard = static_cast<const unsigned char *>(object) + obj_size;
     for (uint64_t at = 0; at < GUARD_BYTES; at++) {
         if (guard[at] != GUARD_FILL)

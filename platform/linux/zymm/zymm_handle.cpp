@@ -11,6 +11,7 @@
  */
 #include "zymm_handle.h"
 
+#include <algorithm>
 #include <atomic>
 
 #include "zymm_lock.h"
@@ -29,6 +30,7 @@ struct handle_slot {
 static handle_slot     s_slots[SLOTS];
 static pthread_mutex_t s_table_lock = PTHREAD_MUTEX_INITIALIZER;
 static uint32_t        s_lowest_free; /* no slot below it is free */
+static std::atomic<uint32_t> s_slots_used; /* no slot from here on ever had a handle */
 static uint64_t        s_generation;
 static std::atomic<uint64_t> s_alive{0};
 
@@ -55,6 +57,8 @@ uint64_t handle_make(handle_kind kind, void *body)
                             uint64_t(slot - s_slots);
     slot->body.store(body, std::memory_order_relaxed);
     slot->handle.store(handle, std::memory_order_release);
+    if (s_lowest_free > s_slots_used.load(std::memory_order_relaxed))
+        s_slots_used.store(s_lowest_free, std::memory_order_relaxed);
     s_alive.fetch_add(1, std::memory_order_relaxed);
     return handle;
 }
@@ -113,6 +117,23 @@ void *handle_expect(uint64_t handle, handle_kind kind, const char *operation, co
 uint64_t handles_alive()
 {
     return s_alive.load(std::memory_order_relaxed);
+}
+
+/* The generation is a handle's upper part, so that handles sort by age. */
+uint64_t handles_list(handle_kind kind, uint64_t *handles, uint64_t room)
+{
+    const uint32_t end = s_slots_used.load(std::memory_order_relaxed);
+    uint64_t found = 0;
+    for (const handle_slot *slot = s_slots; slot != s_slots + end; slot++) {
+        const uint64_t handle = slot->handle.load(std::memory_order_acquire);
+        if (!is_kind(handle, kind))
+            continue;
+        if (found < room)
+            handles[found] = handle;
+        found++;
+    }
+    std::sort(handles, handles + std::min(found, room));
+    return found;
 }
 
 } // namespace zymm

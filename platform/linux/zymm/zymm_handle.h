@@ -30,4 +30,8 @@ void *handle_expect(uint64_t handle, handle_kind kind, const char *operation, co
 
 uint64_t handles_alive();
 
+/* Copies handles of one kind as far as there is room, in the order of their making; the number of
+ * all. Takes no lock: what is made or dropped meanwhile may or may not be seen. */
+uint64_t handles_list(handle_kind kind, uint64_t *handles, uint64_t room);
+
 } // namespace zymm

@@ -14,6 +14,7 @@
 #include <string.h>
 
 #include "zymm_seam.h"
+#include "zymm_settings.h"
 #include "zymm_slab.h"
 #include "zymm_system.h"
 #include "zymm_tick.h"
@@ -53,7 +54,10 @@ static holder_group *find_group(const holder_list *list, const call_site &site)
 static void count_object(void *context, uint64_t tag)
 {
     holder_list *list = static_cast<holder_list *>(context);
+    const uint32_t age = tick_now() - tag_tick(tag);
+    const uint64_t leaked = is_leaked(age, list->leak_age) ? 1 : 0;
     list->objects++;
+    list->leaked += leaked;
     const call_site site = site_of(tag_holder(tag));
     holder_group *group = find_group(list, site);
     const bool is_new = group != nullptr && group->count == 0;
@@ -61,12 +65,12 @@ static void count_object(void *context, uint64_t tag)
         list->ungrouped++;
         return;
     }
-    const uint32_t age = tick_now() - tag_tick(tag);
     if (is_new) {
         list->used++;
-        *group = {site.func, 0, age, site.module_id, site.line};
+        *group = {site.func, 0, 0, age, site.module_id, site.line};
     }
     group->count++;
+    group->leaked += leaked;
     group->oldest = std::max(group->oldest, age);
 }
 
@@ -82,7 +86,7 @@ bool holders_gather(slab *s, holder_list *list)
     while (capacity < wanted)
         capacity *= 2;
     void *memory = system_map(capacity * sizeof(holder_group), PAGE_BYTES);
-    *list = {static_cast<holder_group *>(memory), 0, capacity, 0, 0};
+    *list = {static_cast<holder_group *>(memory), 0, capacity, 0, 0, 0, leak_age_ns()};
     if (memory == nullptr)
         return false;
 
@@ -99,6 +103,11 @@ void holders_release(holder_list *list)
 uint64_t age_seconds(uint32_t ticks)
 {
     return (uint64_t(ticks) << TICK_SHIFT) / 1000000000;
+}
+
+bool is_leaked(uint32_t ticks, uint64_t leak_age)
+{
+    return uint64_t(ticks) << TICK_SHIFT >= leak_age;
 }
 
 void holders_report(slab *s, const char *operation, const char *caller)

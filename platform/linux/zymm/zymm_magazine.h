@@ -12,8 +12,8 @@
  * word with a tag that does not come round while a thread sleeps; they are never unmapped, so a
  * thread that was overtaken reads a stale successor and its exchange fails.
  *
- * `count` and `objects` belong to the one thread that has the magazine in its cache, or that took it
- * off a stack; the stacks' release and acquire hand them over.
+ * `count` and `objects` belong to the one thread that has the magazine in its cache, or that took
+ * it off a stack; the stacks' release and acquire hand them over.
  */
 #pragma once
 

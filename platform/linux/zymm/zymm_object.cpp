@@ -20,6 +20,7 @@
 #include "zymm_holders.h"
 #include "zymm_node.h"
 #include "zymm_private.h"
+#include "zymm_probe.h"
 #include "zymm_seam.h"
 
 namespace zymm
@@ -84,7 +85,8 @@ static void empty_all_caches(slab *s)
 }
 
 /* `own` is null for a thread without a cache. Under the registry's lock, which is held until the
- * object is stamped and counted: whoever stops the threads finds each object out or in its place. */
+ * object is stamped and counted: whoever stops the threads finds each object out or in its
+ * place. */
 static void *take_with_all_stopped(slab *s, thread_cache *own)
 {
     caches_stop(s, own);
@@ -92,6 +94,7 @@ static void *take_with_all_stopped(slab *s, thread_cache *own)
     quarantine_empty(s);
     void *object = own != nullptr ? cache_take(own) : depot_take_one(s);
     caches_resume(s);
+    ZYMM_PROBE_CACHES_DRAINED(s->name, object);
     return object;
 }
 
@@ -106,7 +109,8 @@ static void report_taken_twice(const slab *s, const void *object, uint64_t tag)
                s->name, object, holder.module_id, text_of(holder.func), holder.line);
 }
 
-/* False when the object is somebody's: two threads freed it at once. It is his alone from now on. */
+/* False when the object is somebody's: two threads freed it at once. It is his alone from now
+ * on. */
 static bool stamp(slab *s, void *object, uint32_t site)
 {
     object_tag *tag = place_of_own(s, object).tag();
@@ -132,8 +136,9 @@ static void count_alloc(slab *s, thread_cache *c, const void *object)
     cache_count(c, node, 1);
 }
 
-/* A signal handler in a thread that is busy: the depots alone serve. What only a stop of all threads
- * would find stays where it is; the thread would wait for itself, or for one that waits for it. */
+/* A signal handler in a thread that is busy: the depots alone serve. What only a stop of all
+ * threads would find stays where it is; the thread would wait for itself, or for one that waits for
+ * it. */
 static void *take_in_handler(slab *s, uint32_t site)
 {
     const in_hand marked(s);
@@ -196,7 +201,7 @@ static void *take_last(slab *s, thread_cache *c, uint32_t site)
 
 void *slab_alloc(slab *s, uint32_t module_id, const char *func, uint32_t line)
 {
-    if (s->is_lost)
+    if (s->is_lost || (is_carved_out(s) && is_surely_dry(s)))
         return nullptr;
     thread_cache *c = cache_of(s);
     const call_site who = {func, module_id, line};
@@ -254,6 +259,7 @@ static free_verdict give_to(slab *s, thread_cache *c, const object_place &place,
         return verdict;
 
     guard_close(place.object(), s->shape.stride);
+    guard_withdraw(place.object());
     if constexpr (GUARD_CHECKS_EACH_OBJECT)
         quarantine_put(s, place);
     else if (c != nullptr)

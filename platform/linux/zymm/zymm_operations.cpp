@@ -106,9 +106,9 @@ int zymm_slab_destroy_empty(uint64_t handle, const char *operation)
 {
     void *next = nullptr;
     void *object = nullptr;
-    if (cache_learn_taker(handle, {func, module_id, line}))
-        object = cache_take_fast(handle, module_id, func, line, &next);
-    if (object != nullptr)
+    const bool ready =
+        cache_turn_to_take(handle) || cache_learn_taker(handle, {func, module_id, line});
+    if (ready && cache_take_fast(handle, module_id, func, line, &object, &next))
         return object;
     slab *s = slab_behind(handle, "zymm_slab_malloc", func);
     return s != nullptr ? slab_alloc(s, module_id, func, line) : nullptr;
@@ -123,8 +123,8 @@ int zymm_slab_destroy_empty(uint64_t handle, const char *operation)
 void *zymm_slab_malloc(uint64_t handle, uint32_t module_id, const char *func, uint32_t line)
 {
     void *next = nullptr;
-    void *object = cache_take_fast(handle, module_id, func, line, &next);
-    if (__builtin_expect(object == nullptr, 0))
+    void *object = nullptr;
+    if (__builtin_expect(!cache_take_fast(handle, module_id, func, line, &object, &next), 0))
         return malloc_slowly(handle, module_id, func, line);
     return __builtin_expect(next != nullptr, 0) ? with_next_page_prefetched(object, next) : object;
 }
@@ -146,8 +146,9 @@ int zymm_slab_free_for(uint64_t handle, void *object, uint32_t module_id, const 
 [[gnu::noinline]] static int free_slowly(uint64_t handle, void *object, uint32_t module_id,
                                          const char *func)
 {
-    const bool learnt = cache_learn_giver(handle, {func, module_id, 0});
-    if (learnt && cache_give_fast(handle, object, module_id, func))
+    const bool ready =
+        cache_turn_to_give(handle) || cache_learn_giver(handle, {func, module_id, 0});
+    if (ready && cache_give_fast(handle, object, module_id, func))
         return 0;
     return zymm_slab_free_for(handle, object, module_id, func, "zymm_slab_free");
 }

@@ -1,8 +1,8 @@
 /*
  * Making and releasing pieces: memory from the enclosing pool or the system, the slab's attributes
- * put on it, links beside it, and its place in the address map and the slab's table. A step that fails undoes the ones
- * before it and answers why; the allocation or creation that wanted the piece fails, nothing else
- * happens.
+ * put on it, links beside it, and its place in the address map and the slab's table. A step that
+ * fails undoes the ones before it and answers why; the allocation or creation that wanted the piece
+ * fails, nothing else happens.
  *
  * A piece's memory is backed when objects are first used, but for those that the slab has to keep
  * ready (min_num), whose links are backed too.
@@ -92,7 +92,8 @@ static const char *put_attributes(const slab *s, void *base, uint64_t bytes)
 static uint32_t room_in(const slab *s, uint64_t bytes, uint64_t most)
 {
     const uint64_t allowed = s->max_num - s->capacity.load(std::memory_order_relaxed);
-    const uint64_t room = std::min({bytes / s->shape.stride, allowed, most, MOST_OBJECTS_A_PIECE + 0});
+    const uint64_t room =
+        std::min({bytes / s->shape.stride, allowed, most, MOST_OBJECTS_A_PIECE + 0});
     return uint32_t(room);
 }
 

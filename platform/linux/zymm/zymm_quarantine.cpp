@@ -1,6 +1,7 @@
 /*
  * The quarantine's queue: a ring under a lock of its own, below which only the depot's loose
- * objects are touched. What is found is reported after the lock was given back, one object at a time.
+ * objects are touched. What is found is reported after the lock was given back, one object at a
+ * time.
  */
 #include "zymm_quarantine.h"
 

@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include "zymm_handle.h"
+#include "zymm_holders.h"
 #include "zymm_node.h"
 #include "zymm_private.h"
 #include "zymm_seam.h"
@@ -31,7 +32,7 @@ static uint64_t carved_of(const slab *s)
     return s->carved.load(std::memory_order_relaxed);
 }
 
-static uint64_t total_of(const slab *s)
+uint64_t zymm::total_of(const slab *s)
 {
     return s->unlimited ? carved_of(s) : s->max_num;
 }
@@ -77,19 +78,21 @@ struct leak_count {
 static void count_leaked(void *context, uint64_t tag)
 {
     leak_count *leaks = static_cast<leak_count *>(context);
-    const uint64_t age = uint64_t(tick_now() - tag_tick(tag)) << TICK_SHIFT;
-    leaks->count += age >= leaks->age ? 1 : 0;
+    leaks->count += is_leaked(tick_now() - tag_tick(tag), leaks->age) ? 1 : 0;
+}
+
+uint64_t zymm::slab_leaked(slab *s)
+{
+    leak_count leaks = {leak_age_ns(), 0};
+    slab_visit_out(s, count_leaked, &leaks);
+    return leaks.count;
 }
 
 uint64_t zymm_slab_get_leak_number(uint64_t handle)
 {
     const gate_guard alive;
     slab *s = slab_behind(handle, __func__);
-    if (s == nullptr)
-        return 0;
-    leak_count leaks = {leak_age_ns(), 0};
-    slab_visit_out(s, count_leaked, &leaks);
-    return leaks.count;
+    return s != nullptr ? slab_leaked(s) : 0;
 }
 
 uint32_t zymm_object_get_numaid(uint64_t handle, const void *object)

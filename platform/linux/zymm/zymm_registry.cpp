@@ -1,6 +1,6 @@
 /*
- * The registry: every thread's block and every cache, when threads come and go, and how their owners
- * are stopped.
+ * The registry: every thread's block and every cache, when threads come and go, and how their
+ * owners are stopped.
  *
  *     thread 1's block -- cache of slab a -- cache of slab b
  *                             |                  |
@@ -8,9 +8,9 @@
  *                             |                  |
  *                           slab a             slab b
  *
- * A block is made by a thread's first allocation or free and given up by its exit, which empties its
- * caches into the depots; the next thread gets the same memory. A thread that allocates after its
- * clean-up works without caches, under the registry's lock.
+ * A block is made by a thread's first allocation or free and given up by its exit, which empties
+ * its caches into the depots; the next thread gets the same memory. A thread that allocates after
+ * its clean-up works without caches, under the registry's lock.
  *
  * Before a fork all owners are stopped, so that the child finds every object either in a hand or
  * where it can be found. The child empties the caches of the threads that it did not get.
@@ -255,7 +255,9 @@ static void serve(thread_cache *c, slab *s)
     c->frees.store(0, std::memory_order_relaxed);
     c->memo_carved = 0;
     c->shape = s->shape;
-    c->prefetches = s->obj_size == PAGE_OBJECT_BYTES ? 1 : 0;
+    c->asks_ahead = 0;
+    c->streak = 0;
+    c->holds_pages = s->obj_size == PAGE_OBJECT_BYTES;
     c->node.store(node_here(), std::memory_order_relaxed);
     c->shard = c->thread->number % MOST_SHARDS;
     link_to_slab(c, s);
@@ -465,16 +467,47 @@ uint64_t slab_cached(slab *s, uint32_t node)
     return sum;
 }
 
+/* Under the registry's lock. */
+static uint64_t count_frees(const slab *s)
+{
+    uint64_t frees = s->gone_frees.load(std::memory_order_relaxed);
+    for (const thread_cache *c = s->caches; c != nullptr; c = c->next_of_slab)
+        frees += c->frees.load(std::memory_order_relaxed);
+    return frees;
+}
+
+/* Under the registry's lock. Acquire: frees that are read behind it are not older. */
+static uint64_t count_allocs(const slab *s)
+{
+    uint64_t allocs = s->gone_allocs.load(std::memory_order_acquire);
+    for (const thread_cache *c = s->caches; c != nullptr; c = c->next_of_slab)
+        allocs += c->allocs.load(std::memory_order_acquire);
+    return allocs;
+}
+
+/* Frees are read behind the allocations here: an object that goes out and back meanwhile counts as
+ * back, so that as many as this were certainly out when the last allocation was counted. */
+static void note_high_water(slab *s, uint64_t allocs)
+{
+    const int64_t certain = int64_t(allocs - count_frees(s));
+    if (certain > int64_t(s->most_seen.load(std::memory_order_relaxed)))
+        s->most_seen.store(uint64_t(certain), std::memory_order_relaxed);
+}
+
+slab_counts slab_counts_of(slab *s)
+{
+    registry_guard held;
+    const uint64_t frees = count_frees(s);
+    return {count_allocs(s), frees};
+}
+
 uint64_t slab_used(slab *s)
 {
     registry_guard held;
     /* Frees first: an object that goes out and back meanwhile counts as out, never as minus one. */
-    uint64_t frees = s->gone_frees.load(std::memory_order_relaxed);
-    uint64_t allocs = s->gone_allocs.load(std::memory_order_relaxed);
-    for (const thread_cache *c = s->caches; c != nullptr; c = c->next_of_slab) {
-        frees += c->frees.load(std::memory_order_relaxed);
-        allocs += c->allocs.load(std::memory_order_relaxed);
-    }
+    const uint64_t frees = count_frees(s);
+    const uint64_t allocs = count_allocs(s);
+    note_high_water(s, allocs);
     const uint64_t most = s->carved.load(std::memory_order_relaxed);
     const int64_t out = int64_t(allocs - frees);
     return out < 0 ? 0 : uint64_t(out) < most ? uint64_t(out) : most;

@@ -79,6 +79,7 @@ static void reset_counts(slab *s)
     s->open.fetch_and(~uint64_t(UINT32_MAX), std::memory_order_relaxed);
     s->gone_allocs.store(0, std::memory_order_relaxed);
     s->gone_frees.store(0, std::memory_order_relaxed);
+    s->most_seen.store(0, std::memory_order_relaxed);
     for (std::atomic<int64_t> &out : s->gone_out)
         out.store(0, std::memory_order_relaxed);
     s->waiting.count.store(0, std::memory_order_relaxed);

@@ -147,8 +147,16 @@ struct slab {
     std::atomic<uint64_t> gone_frees;
     std::atomic<int64_t>  gone_out[MOST_NODES]; /* allocations less frees by node */
 
+    std::atomic<uint64_t> most_seen; /* out at once, of all looks at it; under the registry's lock */
+
     quarantine waiting; /* of the checking build */
 };
+
+/* All objects of the slab exist: looking for room to carve would only cost time. */
+inline bool is_carved_out(const slab *s)
+{
+    return s->carved.load(std::memory_order_relaxed) >= s->max_num;
+}
 
 /* The depots lie behind their slab, one a node. */
 depot *depot_of(slab *s, uint32_t node);
@@ -224,9 +232,10 @@ void slab_release(slab *s);
 
 /*
  * The gate: shared by every operation that changes or looks at the layer's structures, closed by a
- * fork and for the moment in which a slab's handle becomes stale. Whoever allocates from a slab knows
- * that it lives and passes without; timers and consoles that ask a slab for numbers may do so while
- * another thread destroys it. A handle that is looked up inside the gate stays valid until its end.
+ * fork and for the moment in which a slab's handle becomes stale. Whoever allocates from a slab
+ * knows that it lives and passes without; timers and consoles that ask a slab for numbers may do so
+ * while another thread destroys it. A handle that is looked up inside the gate stays valid until
+ * its end.
  */
 class gate_guard {
 public:
@@ -262,7 +271,20 @@ void *slab_alloc(slab *s, uint32_t module_id, const char *func, uint32_t line);
 /* 0; otherwise -1 and an error line in the name of `operation`. */
 int slab_free(slab *s, void *object, uint32_t module_id, const char *func, const char *operation);
 
+/* Objects that are out; each look moves the slab's high-water mark, see zymm_host.h. */
 uint64_t slab_used(slab *s);
+
+/* max_num; without a limit, the objects that exist. */
+uint64_t total_of(const slab *s);
+
+/* Allocations and frees so far. */
+struct slab_counts {
+    uint64_t allocs, frees;
+};
+slab_counts slab_counts_of(slab *s);
+
+/* Objects that are out for at least the leak age. */
+uint64_t slab_leaked(slab *s);
 
 /* Calls `visit` with the tag of every object that is out. Takes no lock for longer than a piece. */
 using visit_fn = void (*)(void *context, uint64_t tag);

@@ -8,9 +8,9 @@
  * A tag of 0 is an object that was never handed out, so fresh memory needs no preparation. After a
  * free the last holder's site stays, beside the one who freed: a second free names both.
  *
- * The tag lies directly behind the object, where a write past the end hits the mark first: any other
- * mark than these two means that somebody wrote where he must not. In slabs whose objects must lie
- * side by side, or would waste their alignment, the tags are in an array beside the piece.
+ * The tag lies directly behind the object, where a write past the end hits the mark first: any
+ * other mark than these two means that somebody wrote where he must not. In slabs whose objects
+ * must lie side by side, or would waste their alignment, the tags are in an array beside the piece.
  *
  * Threads: written by whoever moves the object in or out, read by reports at any time; one atomic
  * word, relaxed: what orders one holder after another is the cache or depot between them.

@@ -1,8 +1,8 @@
 /*
  * Coarse time: ticks of 2^27 ns (134 ms), enough to tell how long an object has been out.
  *
- * Reading a clock at each allocation would cost more than the rest of it. A timer of the layer below
- * moves the tick on; in a forked child, where no timer runs, every slow path does.
+ * Reading a clock at each allocation would cost more than the rest of it. A timer of the layer
+ * below moves the tick on; in a forked child, where no timer runs, every slow path does.
  */
 #pragma once
 

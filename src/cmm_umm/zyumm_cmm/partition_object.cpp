@@ -14,6 +14,7 @@
 
 #include "common/cmm_atomic.h"
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 
 void allocStructure(uint32_t module_id, uint32_t part_id, void **out, const char *caller)
 {
@@ -33,6 +34,8 @@ void allocStructure(uint32_t module_id, uint32_t part_id, void **out, const char
     const cmm_partition *entry = &g_cmm_part_s[part_id];
     const uint64_t pool        = cmm_load_acquire(&entry->pool);
     void *object               = zyumm_mpool_alloc_i(pool, module_id, caller);
+    if (object == nullptr)
+        CMM_PROBE_ALLOC_REFUSED("structure", 1, module_id, caller, 0);
 
     const cmm_object_init_fn init_cb = cmm_load_relaxed(&entry->init_cb);
     if (init_cb != nullptr && object != nullptr)

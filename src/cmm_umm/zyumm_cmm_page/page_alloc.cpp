@@ -19,14 +19,19 @@
 #include "zyumm_cmm_sgl.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 
 static constexpr int32_t MAX_RUN = 65535; /* an SGL chain counts its entries in 16 bits */
 
-page_ctrl *allocOnePageSync(uint32_t module_id, const char *func, uint32_t line)
+/* Flat, as is freeOnePage: a program that links everything statically, optimised as a whole, gets
+ * the slab layer's way through the thread's cache in place. */
+[[gnu::flatten]] page_ctrl *allocOnePageSync(uint32_t module_id, const char *func, uint32_t line)
 {
     void *object = zymm_slab_malloc(page_pool_handle(), module_id, func, line);
-    if (object == nullptr)
+    if (object == nullptr) {
+        CMM_PROBE_ALLOC_REFUSED("page", 1, module_id, func, line);
         return nullptr;
+    }
 
     uint8_t *page = static_cast<uint8_t *>(object);
     page_ctrl *ctrl = page_fill_record(page, 0, 0, module_id, func);
@@ -39,10 +44,13 @@ static SGL *alloc_run(uint32_t page_cnt, uint32_t module_id, const char *func, u
 {
     SGL *chain = nullptr;
     allocSglChain(&chain, page_cnt, module_id, func, line);
-    if (chain == nullptr)
+    if (chain == nullptr) {
+        CMM_PROBE_ALLOC_REFUSED("page run", page_cnt, module_id, func, line);
         return nullptr;
+    }
 
     if (alloc_multi_page(page_cnt, module_id, chain, func, line) < page_cnt) {
+        CMM_PROBE_ALLOC_REFUSED("page run", page_cnt, module_id, func, line);
         freeMultiPages(chain, module_id, func, line);
         return nullptr;
     }
@@ -70,8 +78,8 @@ void allocMultiPagesSync(uint32_t page_cnt, SGL **out, uint32_t module_id, const
     *out = alloc_run(page_cnt, module_id, func, line);
 }
 
-uint32_t alloc_multi_page(uint32_t page_cnt, uint32_t module_id, SGL *chain, const char *func,
-                          uint32_t line)
+[[gnu::flatten]] uint32_t alloc_multi_page(uint32_t page_cnt, uint32_t module_id, SGL *chain,
+                                           const char *func, uint32_t line)
 {
     SGL *cur_sgl = chain;
     uint32_t cur_index = 0;

@@ -24,6 +24,7 @@
 #include "bounded.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 
 static constexpr uint64_t EVICT_PERCENT = 95;
 static constexpr uint32_t EVICT_TIMER_PERIOD = 10; /* microseconds; the timer rounds up */
@@ -118,8 +119,11 @@ static void call_handlers(void)
 
     for (uint32_t i = 0; i < cmm_load_acquire(&table->count); ++i) {
         const page_evict_entry *entry = &table->entries[i];
-        if (entry->handler != nullptr)
-            entry->handler(entry->arg);
+        if (entry->handler == nullptr)
+            continue;
+        CMM_PROBE_EVICT_CALL(entry->handler, entry->arg, entry->module_id);
+        entry->handler(entry->arg);
+        CMM_PROBE_EVICT_RETURN(entry->handler, entry->arg, entry->module_id);
     }
 }
 

@@ -22,8 +22,9 @@
 #include "common/cmm_sgl_position.h"
 
 /* The owner's name and module are still those of the page's last allocation. */
-[[noreturn]] static void die_of_double_free(const page_ctrl *ctrl, uint8_t flags,
-                                            uint32_t module_id, const char *func, const char *self)
+[[noreturn, gnu::cold, gnu::noinline]] static void
+die_of_double_free(const page_ctrl *ctrl, uint8_t flags, uint32_t module_id, const char *func,
+                   const char *self)
 {
     CMM_LOG_AS(
         self, ZYLOG_ERROR,
@@ -35,7 +36,8 @@
     cmm_die();
 }
 
-[[noreturn]] static void die_of_negative_count(const page_ctrl *ctrl, int32_t ref, const char *self)
+[[noreturn, gnu::cold, gnu::noinline]] static void
+die_of_negative_count(const page_ctrl *ctrl, int32_t ref, const char *self)
 {
     CMM_LOG_AS(self, ZYLOG_ERROR,
                "Page ctrl(%p) with ref %d, page was allocated by function(%s), module(%u)",
@@ -54,6 +56,21 @@ static bool is_zero_page(const page_ctrl *ctrl)
 /* The drop that both ways of freeing make in place; its lines are those of try_free_one_page. */
 static constexpr char DROP[] = "try_free_one_page";
 
+/* What is said once in a process's life stands apart: a free then saves no register for it. */
+[[gnu::cold, gnu::noinline]] static void warn_of_free_zero_page(void)
+{
+    CMM_LOG_AS(DROP, ZYLOG_WARNING, "zero page's ref is 0.");
+}
+
+[[gnu::cold, gnu::noinline]] static void refuse_to_free(const page_ctrl *ctrl, uint32_t module_id,
+                                                        const char *func, uint32_t line)
+{
+    CMM_LOG_LIMITED_AS(
+        "freeOnePage", ZYLOG_ERROR,
+        "Umm free one page failed, invalid param _page_ctrl(%p), module(%u), func(%p), line(%u).",
+        static_cast<const void *>(ctrl), module_id, static_cast<const void *>(func), line);
+}
+
 static inline uint32_t drop_reference(page_ctrl *ctrl, uint32_t module_id, const char *func,
                                       uint32_t line)
 {
@@ -70,24 +87,22 @@ static inline uint32_t drop_reference(page_ctrl *ctrl, uint32_t module_id, const
         return uint32_t(ref);
 
     if (is_zero_page(ctrl)) {
-        CMM_LOG_AS(DROP, ZYLOG_WARNING, "zero page's ref is 0.");
+        warn_of_free_zero_page();
         return 0;
     }
     free_one_page(ctrl, module_id, func, line);
     return 0;
 }
 
-void freeOnePage(page_ctrl *ctrl, uint32_t module_id, const char *func, uint32_t line)
+[[gnu::flatten]] void freeOnePage(page_ctrl *ctrl, uint32_t module_id, const char *func,
+                                  uint32_t line)
 {
     if (ctrl == nullptr || func == nullptr) {
-        CMM_LOG_LIMITED(
-            ZYLOG_ERROR,
-            "Umm free one page failed, invalid param _page_ctrl(%p), module(%u), func(%p), line(%u).",
-            static_cast<void *>(ctrl), module_id, static_cast<const void *>(func), line);
+        refuse_to_free(ctrl, module_id, func, line);
         return;
     }
 
-    try_free_one_page(ctrl, module_id, func, line);
+    drop_reference(ctrl, module_id, func, line);
     page_start_retry();
 }
 
@@ -108,7 +123,8 @@ uint32_t try_free_one_page(page_ctrl *ctrl, uint32_t module_id, const char *func
     return drop_reference(ctrl, module_id, func, line);
 }
 
-uint32_t free_multi_page(SGL *chain, uint32_t module_id, const char *func, uint32_t line)
+[[gnu::flatten]] uint32_t free_multi_page(SGL *chain, uint32_t module_id, const char *func,
+                                          uint32_t line)
 {
     SGL *cur_sgl = chain;
     uint32_t index = 0;

@@ -65,6 +65,7 @@ __attribute__((no_sanitize("address"))) inline T page_peek(const T *field)
 inline void page_stamp_dif(uint8_t *page)
 {
     uint8_t *dif = page + PAGE_SECTOR_DATA_SIZE;
+#pragma GCC unroll 16 /* 16 stores of one word, and nothing else */
     for (uint32_t sector = 0; sector < PAGE_SECTORS; ++sector, dif += PAGE_SECTOR_SIZE)
         memcpy(dif, "CMMREDIF", PAGE_SECTOR_DIF_SIZE);
 }

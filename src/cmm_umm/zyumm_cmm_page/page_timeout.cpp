@@ -19,6 +19,7 @@
 #include "page_local.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 
 static void refuse(page_retry_cb cbFunc, uint64_t cbArg, page_retry_fail_cb failcbFunc,
                    uint64_t failcbArg)
@@ -48,6 +49,7 @@ uint32_t page_add_retry_req(uint16_t output_type, uint32_t page_cnt, uint32_t ti
     if (object == nullptr) {
         CMM_LOG(ZYLOG_ERROR, "Alloc mem for retry request failed, func(%s), line(%d).",
                 cmm_text(func), int(line));
+        CMM_PROBE_ALLOC_REFUSED("retry request", 1, module_id, func, line);
         return CMM_FAILURE;
     }
 
@@ -61,6 +63,8 @@ uint32_t page_add_retry_req(uint16_t output_type, uint32_t page_cnt, uint32_t ti
     req->line = uint16_t(line);
     req->module_id = uint16_t(module_id);
 
+    /* Before it is: once it is queued it may be served, and a trace shall not see that first. */
+    CMM_PROBE_REQUEST_QUEUED(object, page_cnt, timeout, module_id, func, line);
     CMM_SPINLOCK_LOCK(&s_retry_req_list.lock);
     retry_list_append(req);
     CMM_SPINLOCK_UNLOCK(&s_retry_req_list.lock);
@@ -70,37 +74,61 @@ uint32_t page_add_retry_req(uint16_t output_type, uint32_t page_cnt, uint32_t ti
     return CMM_OK;
 }
 
-void allocOnePageForPagePoolTimeOut(const void *, uint32_t timeout, page_retry_cb cbFunc,
-                                    uint64_t cbArg, page_retry_fail_cb failcbFunc,
-                                    uint64_t failcbArg, uint32_t module_id, const char *func,
-                                    uint32_t line)
+/*
+ * One page served at once is what nearly every call ends in. The two other ends stand apart, so
+ * that it makes no room for them on its way.
+ */
+static constexpr char ONE_PAGE[] = "allocOnePageForPagePoolTimeOut";
+
+[[gnu::cold, gnu::noinline]] static void refuse_one_page(page_retry_cb cbFunc, uint64_t cbArg,
+                                                         page_retry_fail_cb failcbFunc,
+                                                         uint64_t failcbArg)
 {
     if (cbFunc == nullptr) {
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "cbFunc NULL in allocOnePageForPagePoolTimeOut.");
+        CMM_LOG_LIMITED_AS(ONE_PAGE, ZYLOG_ERROR,
+                           "cbFunc NULL in allocOnePageForPagePoolTimeOut.");
         return;
     }
     if (failcbFunc == nullptr) {
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "failcbFunc is NULL in allocOnePageForPagePoolTimeOut.");
+        CMM_LOG_LIMITED_AS(ONE_PAGE, ZYLOG_ERROR,
+                           "failcbFunc is NULL in allocOnePageForPagePoolTimeOut.");
         return;
     }
-    if (func == nullptr) {
-        CMM_LOG_LIMITED(ZYLOG_ERROR, "func name is NULL in allocOnePageForPagePoolTimeOut.");
-        refuse(cbFunc, cbArg, failcbFunc, failcbArg);
-        return;
-    }
+    CMM_LOG_LIMITED_AS(ONE_PAGE, ZYLOG_ERROR,
+                       "func name is NULL in allocOnePageForPagePoolTimeOut.");
+    refuse(cbFunc, cbArg, failcbFunc, failcbArg);
+}
 
-    page_ctrl *ctrl = allocOnePageSync(module_id, func, line);
-    if (ctrl != nullptr) {
-        cbFunc(ctrl, cbArg, CMM_OK);
-        return;
-    }
-
-    CMM_LOG_LIMITED(ZYLOG_WARNING, "Umm alloc one page with timeOut failed, func(%s), line(%u).",
-                    func, line);
+[[gnu::cold, gnu::noinline]] static void
+queue_for_one_page(uint32_t timeout, page_retry_cb cbFunc, uint64_t cbArg,
+                   page_retry_fail_cb failcbFunc, uint64_t failcbArg, uint32_t module_id,
+                   const char *func, uint32_t line)
+{
+    CMM_LOG_LIMITED_AS(ONE_PAGE, ZYLOG_WARNING,
+                       "Umm alloc one page with timeOut failed, func(%s), line(%u).", func, line);
     const uint32_t queued = page_add_retry_req(PAGE_REQ_OUTPUT_PAGE, 1, timeout, cbFunc, cbArg,
                                                failcbFunc, failcbArg, module_id, func, line);
     if (queued != CMM_OK)
         refuse(cbFunc, cbArg, failcbFunc, failcbArg);
+}
+
+[[gnu::flatten]] void allocOnePageForPagePoolTimeOut(const void *, uint32_t timeout,
+                                                     page_retry_cb cbFunc, uint64_t cbArg,
+                                                     page_retry_fail_cb failcbFunc,
+                                                     uint64_t failcbArg, uint32_t module_id,
+                                                     const char *func, uint32_t line)
+{
+    if (cbFunc == nullptr || failcbFunc == nullptr || func == nullptr) {
+        refuse_one_page(cbFunc, cbArg, failcbFunc, failcbArg);
+        return;
+    }
+
+    page_ctrl *ctrl = allocOnePageSync(module_id, func, line);
+    if (ctrl == nullptr) {
+        queue_for_one_page(timeout, cbFunc, cbArg, failcbFunc, failcbArg, module_id, func, line);
+        return;
+    }
+    cbFunc(ctrl, cbArg, CMM_OK);
 }
 
 /* Null preset at each attempt: without a pool the allocator leaves its out pointer as it is. */

@@ -25,6 +25,7 @@
 
 #include "common/cmm_identity.h"
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 
 static constexpr uint64_t RUN_BUDGET_NS = 500000;
 static constexpr uint64_t RETRY_TIMER_KICK = 100; /* microseconds */
@@ -137,6 +138,8 @@ static void *attempt(const page_retry_req *req)
 
 static void deliver(const page_retry_req *req, void *result, const char *func)
 {
+    CMM_PROBE_REQUEST_SERVED(req, req->page_cnt, req->enqueue_time, req->module_id, req->func_name,
+                             req->line);
     if (req->cbFuncNoRet != nullptr)
         req->cbFuncNoRet(result, req->cbArg);
     else if (req->cbFunc != nullptr)
@@ -200,14 +203,12 @@ void page_do_retry(void)
      * embedders that count their runs rely on seeing it. The repeat count stays for the next
      * claim to clear. */
     cmm_atomic_sub(&s_enter_retry_cnt, 1u);
+    CMM_PROBE_RETRY_RUN(begin);
 }
 
-uint32_t page_start_retry(void)
+/* Apart from the look at the list, which is all that most frees need. */
+[[gnu::cold, gnu::noinline]] static uint32_t claim_retry_run(void)
 {
-    /* A hint: a request that is being queued right now is the poller's. */
-    if (cmm_load_relaxed(&s_retry_req_list.sum) == 0)
-        return CMM_OK;
-
     /* One claim from 0 to 1, never above: with an add and a subtract the count would be 2 for a
      * moment, long enough for the poller to run once too often. */
     if (!cmm_atomic_claim(&s_enter_retry_cnt, 0u, 1u)) {
@@ -219,8 +220,14 @@ uint32_t page_start_retry(void)
     const int armed = zyax_timer_modify(&s_retry_timer, RETRY_TIMER_KICK);
     if (armed != 0) {
         /* sic: the hung-page timer's words, which log filters of the node already know. */
-        CMM_LOG(ZYLOG_ERROR, "set hung page timeout timer failed.");
+        CMM_LOG_AS("page_start_retry", ZYLOG_ERROR, "set hung page timeout timer failed.");
         return CMM_FAILURE;
     }
     return CMM_OK;
+}
+
+uint32_t page_start_retry(void)
+{
+    /* A hint: a request that is being queued right now is the poller's. */
+    return cmm_load_relaxed(&s_retry_req_list.sum) == 0 ? CMM_OK : claim_retry_run();
 }

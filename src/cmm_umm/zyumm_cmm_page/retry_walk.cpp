@@ -19,6 +19,7 @@
 #include "page_local.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 
 static constexpr uint64_t WALK_BUDGET_NS = 1000000;
 static constexpr uint64_t NS_PER_SECOND = 1000000000;
@@ -36,6 +37,8 @@ static bool is_expired(const page_retry_req *req, uint64_t now)
  */
 static void expire(page_retry_req *req, const char *func)
 {
+    CMM_PROBE_REQUEST_TIMED_OUT(req, req->page_cnt, req->enqueue_time, req->module_id,
+                                req->func_name, req->line);
     if (s_hung_page_list_travel_node == &req->list)
         s_hung_page_list_travel_node = nullptr;
     retry_list_remove(req);
@@ -81,4 +84,5 @@ void umm_hung_page_timeout_detect(void)
     const int armed = zyax_timer_modify(&s_hung_page_timer, WALK_PERIOD);
     if (armed != 0)
         CMM_LOG(ZYLOG_ERROR, "hung page timeout timer modify ret(%d).", armed);
+    CMM_PROBE_TIMEOUT_WALK(begin);
 }

@@ -17,6 +17,7 @@
 #include "bounded.h"
 #include "common/cmm_identity.h"
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 #include "zyumm_cmm.h"
 
 uint64_t g_req_partition_id;
@@ -145,6 +146,8 @@ void allocReq(cmm_req **out, uint32_t module_id, const char *func, uint32_t line
         zymm_slab_malloc(g_req_partition_id, module_id, func, line));
     if (req != nullptr)
         reset_header(view_of(req));
+    else
+        CMM_PROBE_ALLOC_REFUSED("req", 1, module_id, func, line);
     *out = req;
 }
 

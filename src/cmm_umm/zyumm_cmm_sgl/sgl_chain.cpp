@@ -18,6 +18,7 @@
 #include "sgl_local.h"
 
 #include "common/cmm_log.h"
+#include "common/cmm_probe.h"
 #include "common/cmm_sgl_position.h"
 
 void allocOneSgl(SGL **out, uint32_t owner_id, const char *func, uint32_t line)
@@ -32,6 +33,8 @@ void allocOneSgl(SGL **out, uint32_t owner_id, const char *func, uint32_t line)
         sgl->entryNum        = 0;
         sgl->userFlag        = 0;
         sgl->userTag         = 0;
+    } else {
+        CMM_PROBE_ALLOC_REFUSED("sgl", 1, owner_id, func, line);
     }
     *out = sgl;
 }

@@ -19,6 +19,8 @@
  */
 #include "sgl_local.h"
 
+#include <string.h>
+
 #include <algorithm>
 
 #include "zyumm_cmm_page.h"
@@ -133,6 +135,6 @@ void freeCloneSgl(SGL *chain)
     }
 
     for (SGL *sgl = chain; sgl != nullptr; sgl = sgl->nextSgl)
-        std::fill_n(sgl->entries, sgl->entryNum, SGL_ENTRY{});
+        memset(sgl->entries, 0, sgl->entryNum * sizeof sgl->entries[0]);
     freeSglChain(chain, CMM_SELF, CLONE_FREE_LINE);
 }

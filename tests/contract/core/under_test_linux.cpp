@@ -63,9 +63,9 @@ uint64_t error_lines()
     std::ifstream log(log_file());
     uint64_t      errors = 0;
     for (std::string line; std::getline(log, line);) {
-        std::string        date, time, level;
+        std::string        time, level;
         std::istringstream fields(line);
-        fields >> date >> time >> level;
+        fields >> time >> level;
         errors += level == "error";
     }
     return errors;

@@ -3,52 +3,19 @@
  * nobody held up.
  */
 #include "zyax.h"
-#include "zyax_log.h"
-#include "zylog.h"
-#include "zyax_temp_folder.h"
-
-#include <gtest/gtest.h>
+#include "zyax_log_helpers.h"
 
 #include <atomic>
 #include <errno.h>
 #include <fcntl.h>
 #include <functional>
 #include <poll.h>
-#include <regex.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
-
-static constexpr uint64_t MIB = 1024 * 1024;
-
-/* Lines of module 77 in `folder`/run.log and nowhere else. */
-static void log_to_file(const temp_folder &folder)
-{
-    ASSERT_EQ(zyax_log_add_file(folder.path("run.log").c_str(), 64 * MIB, 1), 0);
-    zyax_log_remove_stderr();
-}
-
-#define LOG(level, ...) zylog(77, (level), "some/file.cpp", 12, "some_function", 0, __VA_ARGS__)
-
-static bool ends_with(const std::string &line, const std::string &end)
-{
-    return line.size() >= end.size() &&
-           line.compare(line.size() - end.size(), end.size(), end) == 0;
-}
-
-/* True when the whole text has this POSIX extended form. */
-static bool has_form(const std::string &text, const std::string &form)
-{
-    regex_t compiled;
-    if (regcomp(&compiled, ("^" + form + "$").c_str(), REG_EXTENDED | REG_NOSUB) != 0)
-        return false;
-    const bool matches = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
-    regfree(&compiled);
-    return matches;
-}
 
 TEST(Zylog, a_line_says_when_how_bad_who_where_and_what)
 {
@@ -61,9 +28,10 @@ TEST(Zylog, a_line_says_when_how_bad_who_where_and_what)
 
     const std::vector<std::string> lines = folder.read_lines("run.log");
     ASSERT_EQ(lines.size(), 1u);
-    EXPECT_TRUE(has_form(lines[0], "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"
-                                   "\\.[0-9]{6} error " + std::to_string(gettid()) +
-                                   " my_module some_function some/file\\.cpp:12 text 5 of mine"))
+    EXPECT_TRUE(has_form(lines[0], "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}"
+                                   "\\.[0-9]{6}[-+][0-9]{2}:[0-9]{2} error " +
+                                       std::to_string(gettid()) +
+                                       " my_module some_function some/file\\.cpp:12 text 5 of mine"))
         << lines[0];
 }
 
@@ -220,7 +188,7 @@ TEST(Zylog, lines_of_eight_threads_come_out_whole_and_in_each_threads_order)
         int thread = 0;
         int number = 0;
         const bool is_whole =
-            has_form(line, "[-0-9]+ [:.0-9]+ error [0-9]+ unknown some_function some/file\\.cpp:12 "
+            has_form(line, "[-+T:.0-9]+ error [0-9]+ unknown some_function some/file\\.cpp:12 "
                            "thread [0-7] line [0-9]+ x{200}") &&
             sscanf(strstr(line.c_str(), " thread "), " thread %d line %d", &thread, &number) == 2;
         misplaced += !is_whole || number != next[size_t(thread)]++;

@@ -96,6 +96,26 @@ void turn_over_the_last(const slab_kind &kind, uint64_t objects, uint64_t free_o
     slab.expect_exact();
 }
 
+/* All threads ask a new slab for as many objects as it has, at the same moment: some find no room and
+ * have to see that another one has just made it. */
+void empty_new_slabs_at_once(const slab_kind &kind, unsigned slabs)
+{
+    for (unsigned number = 0; number < slabs; number++) {
+        stamped_slab slab(kind, THREADS);
+        std::barrier together(THREADS);
+        in_threads(THREADS, [&](unsigned) {
+            hand self;
+            together.arrive_and_wait();
+            const item taken = slab.take(&self);
+            together.arrive_and_wait();
+            if (taken.object != nullptr)
+                slab.give(&self, taken);
+        });
+        ASSERT_EQ(slab.refused(), 0u) << "slab " << number;
+        slab.expect_exact();
+    }
+}
+
 struct conservation {
     std::atomic<uint64_t> starts{0};
     std::atomic<uint64_t> nulls{0};
@@ -170,6 +190,16 @@ TEST_P(SlabDry, answers_null_only_when_max_num_could_have_been_out)
     EXPECT_EQ(sums.wrong_nulls.load(), 0u);
     EXPECT_EQ(sums.starts.load() - sums.nulls.load(), sums.frees.load());
     slab.expect_exact();
+}
+
+TEST_P(SlabDry, refuses_nobody_while_another_thread_makes_the_first_room)
+{
+    empty_new_slabs_at_once(GetParam(), 60);
+}
+
+TEST(SlabDryByPieces, refuses_nobody_while_each_object_needs_room_of_its_own)
+{
+    empty_new_slabs_at_once({"a_piece_each", 0, 3 << 20, 1}, 60);
 }
 
 TEST_P(SlabDry, with_63_of_64_out_serves_two_threads_that_share_the_last_one)
