@@ -1,5 +1,6 @@
 /*
- * Start and stop. A service that never started has nothing to report.
+ * Start and stop. The console comes last: where there is none, the start did not get through, and
+ * there is nothing to report.
  */
 #include "device_service.h"
 
@@ -41,18 +42,21 @@ void device_service::open()
 void device_service::start()
 {
     library_ = std::make_unique<library_use>(options.config_dir);
+    auto console = std::make_unique<console_use>(options.console);
     device_->start(options.timeout);
+    console_ = std::move(console);
 }
 
 bool device_service::stop()
 {
-    if (library_ == nullptr)
+    if (console_ == nullptr)
         return true;
     const int flush_failure = device_->stop();
     if (flush_failure == 0)
         files_->close();
     audit_ = audit_at_the_end();
     print_holders(audit_);
+    console_->stop();
     const bool clean = library_->stop() && !device_->records_left();
     write_report(flush_failure, clean);
     return flush_failure == 0 && audit_.clean() && clean;

@@ -2,8 +2,9 @@
  * The device from the opening of its files to its report:
  *
  *     before the fork   open(): options, files, repair
- *     after the fork    start(): library, threads
- *     at the end        stop(): what is dirty is written, threads, cache, audit, library, report
+ *     after the fork    start(): library, console, threads
+ *     at the end        stop(): what is dirty is written, threads, cache, audit, console, library,
+ *                       report
  *
  * Owner: one a process, which is never taken down: the library's call-backs refer to it.
  */
@@ -16,6 +17,7 @@
 #include <string>
 
 #include "block_device.h"
+#include "console_use.h"
 #include "leak_audit.h"
 #include "library_use.h"
 #include "options.h"
@@ -49,5 +51,6 @@ private:
     std::unique_ptr<device_files> files_;
     std::unique_ptr<block_device> device_;
     std::unique_ptr<library_use>  library_;
+    std::unique_ptr<console_use>  console_; /* serving none without console=; null: not started */
     leak_audit                    audit_;
 };

@@ -20,7 +20,8 @@ const char OPTIONS_HELP[] =
     "config=DIR          folder with the memory manager's node_config.xml\n"
     "timeout=SECONDS     how long a request waits for pages; 30\n"
     "barrier=BOOL        sync intents before pages are written in place; false\n"
-    "report=PATH         where the report goes at the end; standard error\n";
+    "report=PATH         where the report goes at the end; standard error\n"
+    "console=SOCKET      serve the memory manager's debug console there\n";
 
 namespace {
 
@@ -76,7 +77,7 @@ void set_option(device_options *options, const std::string &key, const std::stri
     else if (key == "barrier")
         options->barrier = truth_of(key, value);
     else if (key == "console")
-        throw node_error("console=" + value + ": this build has no console server");
+        options->console = absolute(value);
     else if (key != "timeout")
         throw node_error(key + ": no such parameter");
     else if (nbdkit_parse_uint32_t("timeout", value.c_str(), &options->timeout) != 0)

@@ -12,6 +12,7 @@ struct device_options {
     std::vector<std::string> replicas;
     std::string              config_dir; /* empty: the sample beside the plugin's folder */
     std::string              report;     /* empty: standard error */
+    std::string              console;    /* path of the console's socket; empty: no console */
     uint64_t                 size          = 0; /* 0: the file's */
     uint32_t                 timeout       = 30; /* s */
     bool                     write_through = false;

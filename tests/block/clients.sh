@@ -152,6 +152,39 @@ writes_and_trims_of_a_client_that_keeps_account_are_all_there()
     stop_device
 }
 
+# used_pages: what the console says is out of the page pool.
+used_pages()
+{
+    "$BUILD/bin/cmmctl" -s "$SCRATCH/console" --json umm show pools >"$SCRATCH/pools" || return 1
+    /usr/bin/python3 -c 'import json, sys
+print(next(pool["used"] for pool in json.load(sys.stdin)["pools"]
+           if pool["object_bytes"] == 8376))' <"$SCRATCH/pools"
+}
+
+quick the_console_tells_of_the_pools_while_the_device_serves
+the_console_tells_of_the_pools_while_the_device_serves()
+{
+    local client used before
+
+    config 512
+    start_device size=16M console="$SCRATCH/console"
+    before=$(used_pages) || die "no answer: $(cat "$SCRATCH/pools")"
+    io "write -P 0x21 0 2M" "flush"
+    used=$(used_pages)
+    [ "$used" -eq $((before + 256)) ] || die "2 MiB took the pages from $before to $used"
+    fio --ioengine=nbd --uri="$URI" --name=load --rw=randrw --bsrange=512-256k --size=16m \
+        --iodepth=8 --time_based --runtime=3 >"$SCRATCH/fio.log" 2>&1 &
+    client=$!
+    while kill -0 "$client" 2>/dev/null; do
+        "$BUILD/bin/cmmctl" -s "$SCRATCH/console" umm show pools >"$SCRATCH/pools" ||
+            die "no answer under load: $(cat "$SCRATCH/pools")"
+        grep -q 'PAGE PARTITION' "$SCRATCH/pools" || die "no pages: $(cat "$SCRATCH/pools")"
+    done
+    wait "$client" || die "the client failed: $(cat "$SCRATCH/fio.log")"
+    stop_device
+    [ ! -e "$SCRATCH/console" ] || die "the console's socket outlives the device"
+}
+
 quick a_flush_covers_every_connection
 a_flush_covers_every_connection()
 {

@@ -389,10 +389,10 @@ what_does_not_fit_is_refused_with_the_reason()
     refused 'size= makes a new one' "$SCRATCH/none.img"
     refused 'not a multiple of 512' "$DISK" size=1000
     refused 'neither writeback nor writethrough' "$DISK" mode=fast
-    refused 'no console server' "$DISK" console="$SCRATCH/console"
     refused 'no such parameter' "$DISK" colour=blue
     refused 'a replica needs a file of its own' "$DISK" size=1M replica="$DISK"
     refused 'no folder with a configuration' "$DISK" size=1M config="$SCRATCH/none"
+    refused 'cannot be used as the console' "$DISK" size=1M console="$SCRATCH/none/socket"
     refused 'page pool of 8 is too small' "$DISK" size=1M config="$CONFIG"
     refused 'the device has 1048576 bytes' "$DISK" size=2M
     head -c 100000 /dev/urandom >"$SCRATCH/noise"
