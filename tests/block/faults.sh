@@ -262,7 +262,7 @@ a_client_that_vanishes_leaves_nothing_behind()
     local client
 
     config 204
-    start_device size=64M
+    start_device size=65M
     for _ in 1 2 3; do
         fio --ioengine=nbd --uri="$URI" --name=gone --rw=randrw --bsrange=512-1m --size=64m \
             --iodepth=32 --time_based --runtime=60 >/dev/null 2>&1 &
@@ -271,7 +271,8 @@ a_client_that_vanishes_leaves_nothing_behind()
         kill -KILL "$client"
         wait "$client" 2>/dev/null
     done
-    io "write -P 1 0 4096" "flush" "read -P 1 0 4096"
+    # Its last requests may still be on their way, so this goes where none of them did.
+    io "write -P 1 64M 4096" "flush" "read -P 1 64M 4096"
     stop_device
 }
 
