@@ -136,6 +136,22 @@ preload_faults()
     : >"$FAULTY_IO"
 }
 
+quick who_finds_no_pages_in_time_is_told_and_later_served
+who_finds_no_pages_in_time_is_told_and_later_served()
+{
+    preload_faults
+    config 16
+    start_device size=8M
+    io "write -P 0x21 0 8M" "flush"
+    stop_device
+    start_device timeout=1
+    timeout 300 /usr/bin/python3 "$HERE/dry_pool_client.py" "$SOCKET" "$FAULTY_IO" ||
+        die "the client ended with $?"
+    stop_device
+    fact '^requests .* 5 of them with a failure$'
+    fact ' 5 timed out, 0 refused$'
+}
+
 quick short_reads_and_writes_are_gone_on_with
 short_reads_and_writes_are_gone_on_with()
 {

@@ -9,9 +9,11 @@
  *     tear pages   a write of pages ends in the middle of a sector, and the process with it
  *     tear journal likewise a write of the journal
  *     short        reads and writes move one byte less than asked, or one byte
+ *     hold reads   reads wait until the file says something else; each notes itself, by a byte, in
+ *                  the file with ".held" behind its name
  *
  * Offsets below the first data page (header and journal) are left alone by the first three, so that
- * the fault hits the pages.
+ * the fault hits the pages; so are they by the last one.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -22,6 +24,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/uio.h>
+#include <time.h>
 #include <unistd.h>
 
 enum { JOURNAL_OFFSET = 8192, DATA_OFFSET = 4300800, TORN_AT = 5000 };
@@ -53,6 +56,22 @@ static ssize_t move_less(move_call real, int fd, const struct iovec *vectors, of
     if (less.iov_len > 1)
         --less.iov_len;
     return real(fd, &less, 1, offset);
+}
+
+/* Waits for as long as it is asked to. */
+static void hold_up(void)
+{
+    const struct timespec pause = {0, 1000000};
+    char path[4096];
+    int fd;
+
+    snprintf(path, sizeof path, "%s.held", getenv("FAULTY_IO"));
+    fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (fd < 0 || write(fd, "r", 1) != 1)
+        abort();
+    close(fd);
+    while (asked_for("hold reads"))
+        nanosleep(&pause, NULL);
 }
 
 /* Writes the front of what was asked for, into the middle of a sector, and ends the process. */
@@ -88,6 +107,8 @@ static ssize_t faulty(const char *name, const char *fault, int fd, const struct 
             errno = ENOSPC;
             return -1;
         }
+        if (strcmp(fault, "read") == 0 && asked_for("hold reads"))
+            hold_up();
     }
     if (strcmp(fault, "write") == 0 && offset >= JOURNAL_OFFSET &&
         asked_for(offset >= DATA_OFFSET ? "tear pages" : "tear journal"))
