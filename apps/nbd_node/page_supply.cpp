@@ -7,8 +7,9 @@
 
 namespace {
 
-constexpr uint32_t PAGES_OF_A_PLACE = 8;  /* the queue's size */
-constexpr uint32_t MOST_WAITERS     = 256;
+constexpr uint32_t PAGES_OF_A_PLACE  = 8;  /* the queue's size */
+constexpr uint32_t MOST_WAITERS      = 256;
+constexpr uint64_t REQUESTS_A_LOOK   = 64; /* at what is in use: a request is often one page */
 
 } // namespace
 
@@ -17,6 +18,7 @@ void page_supply::open(uint32_t timeout, std::function<void()> short_of_pages)
     const uint32_t places = g_ucmm_config.page_max / PAGES_OF_A_PLACE;
 
     timeout_ = timeout;
+    statistics.sample_each = REQUESTS_A_LOOK;
     short_of_pages_ = std::move(short_of_pages);
     for (uint32_t i = 0; i < std::min(places, MOST_WAITERS); ++i)
         free_.push_back(&waiters_.emplace_back(statistics, poller));
