@@ -272,6 +272,17 @@ a_full_disk_is_told_and_what_was_flushed_stays()
     stop_device
 }
 
+# nbdkit 1.32 may end itself when a connection breaks while several of its threads answer on it. To
+# the device that is an end like a kill: what was flushed is there at the next start.
+start_again_after_the_servers_own_assertion()
+{
+    device_has_ended || return 0
+    grep -q 'raw_send_socket: Assertion' "$SCRATCH/nbdkit.log" || die "the device ended"
+    wait "$DEVICE"
+    start_device
+    io "read -P 7 64M 4096"
+}
+
 quick a_client_that_vanishes_leaves_nothing_behind
 a_client_that_vanishes_leaves_nothing_behind()
 {
@@ -279,6 +290,7 @@ a_client_that_vanishes_leaves_nothing_behind()
 
     config 204
     start_device size=65M
+    io "write -P 7 64M 4096" "flush"
     for _ in 1 2 3; do
         fio --ioengine=nbd --uri="$URI" --name=gone --rw=randrw --bsrange=512-1m --size=64m \
             --iodepth=32 --time_based --runtime=60 >/dev/null 2>&1 &
@@ -286,9 +298,11 @@ a_client_that_vanishes_leaves_nothing_behind()
         wait_for 60 grew "$DISK" || die "the client does not write"
         kill -KILL "$client"
         wait "$client" 2>/dev/null
+        # Its last requests may still be on their way, so this goes where none of them did.
+        (io "read -P 7 64M 4096" "write -P 7 64M 8192" "flush") || device_has_ended ||
+            die "the device does not serve another client"
+        start_again_after_the_servers_own_assertion
     done
-    # Its last requests may still be on their way, so this goes where none of them did.
-    io "write -P 1 64M 4096" "flush" "read -P 1 64M 4096"
     stop_device
 }
 
