@@ -10,6 +10,7 @@
 
 #include "node_error.h"
 #include "node_identity.h"
+#include "page_content.h"
 #include "zyumm_cmm.h"
 #include "zyumm_cmm_page.h"
 
@@ -173,6 +174,24 @@ void block_cache::now_clean(cache_shard &shard, cached_page *one)
 {
     shard.set_clean(one);
     --dirty_;
+}
+
+bool block_cache::begin_change(cache_shard &shard, page_range range, cached_page **pages)
+{
+    for (uint32_t i = 0; i < range.count; ++i) {
+        pages[i] = shard.find(range.first + i);
+        if (pages[i] == nullptr || !has_one_holder(pages[i]->page) ||
+            getPageValidBitMap(pages[i]->page) != PAGE_FULLY_VALID)
+            return false;
+    }
+    for (uint32_t i = 0; i < range.count; ++i) {
+        pages[i]->changing = true;
+        if (pages[i]->dirty_since == 0) {
+            shard.set_dirty(pages[i], ++writes_);
+            ++dirty_;
+        }
+    }
+    return true;
 }
 
 /* ---------------------------------------------------------------- eviction */

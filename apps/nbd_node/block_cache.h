@@ -9,9 +9,10 @@
  *             ranges   who works on which pages, in the order of arrival
  *
  * The cache holds one reference of each of its pages; who wants to look at a page takes another one
- * under the shard's lock and looks without it. Valid bytes of a cached page never change: a write
- * puts a new page in its place. Parts that are not valid may be filled in the page by whoever holds
- * its range.
+ * under the shard's lock and looks without it. Valid bytes of a page that somebody looks at never
+ * change: a write puts a new page in its place. A page that nobody looks at is written where it is,
+ * and whoever wants to look at it meanwhile waits for the writer's range. Parts that are not valid
+ * may be filled in the page by whoever holds its range.
  *
  * Ranges: who changes what the cache or the files hold of a page holds a range over it. Ranges that
  * overlap are granted in the order of arrival, so nobody starves, and nobody holds two.
@@ -42,6 +43,7 @@ struct cached_page {
     uint64_t     number;
     page_ctrl   *page;
     uint64_t     dirty_since; /* place in the order of all writes; 0 = clean */
+    bool         changing;    /* written where it is: nobody takes references, and it is dirty */
 };
 
 struct cache_statistics {
@@ -115,6 +117,11 @@ public:
     page_ctrl *take_out(cache_shard &shard, cached_page *one);
 
     void now_clean(cache_shard &shard, cached_page *one);
+
+    /* With the shard's lock, for whoever holds the range: when all of its pages are cached, whole
+     * and held by the cache alone, they are dirty and changing from now on, and `pages` receives
+     * their records. False, and nothing has happened, when they are not. */
+    bool begin_change(cache_shard &shard, page_range range, cached_page **pages);
 
     /* Gives up to `wanted` clean pages back; how many it were. With `wait` false it only tries the
      * shards' locks. */

@@ -3,8 +3,9 @@
  *
  *     read    cached, or a hole: copies from pages that it holds references of
  *             else: takes pages, holds the range, reads the files, puts the pages into the cache
- *     write   takes pages, holds the range, fills them, puts them into the cache; in write-through
- *             mode, or with FUA, they are written back before the answer
+ *     write   cached and looked at by nobody: holds the range, fills the pages where they are
+ *             else: takes pages, holds the range, fills them, puts them into the cache
+ *             in write-through mode, or with FUA, they are written back before the answer
  *     zero    whole pages become holes of the files at once, the rest is written
  *     flush   everything that was dirty when it came is written back, then the files are synced
  *
@@ -81,6 +82,7 @@ private:
     /* write_path.cpp */
     int  write_part(io_request &request, const request_part &part, bool allocate);
     int  write_pages(io_request &request, const request_part &part);
+    bool change_pages(const request_part &part);
     int  prepare(const request_part &one, page_ctrl *page, page_ctrl *old);
     void fill_page(const request_part &one, page_ctrl *page);
     int  zero_part(io_request &request, const request_part &part, bool may_trim);

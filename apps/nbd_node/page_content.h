@@ -44,6 +44,12 @@ private:
     page_ctrl *page_ = nullptr;
 };
 
+/* Nobody but the caller holds the page. Acquire: what those who did have read is read. */
+inline bool has_one_holder(const page_ctrl *page)
+{
+    return __atomic_load_n(&page->ref, __ATOMIC_ACQUIRE) == 1;
+}
+
 /* Copies the sectors of a mask, data and protection information, from one page to another. */
 inline void copy_sectors(uint8_t *to, const uint8_t *from, uint16_t sectors)
 {

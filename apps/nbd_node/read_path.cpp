@@ -91,7 +91,8 @@ int block_device::read_part(const request_part &part)
 }
 
 /* Takes references of the pages at the front of the part that can be had at once, and counts them;
- * when already the first one cannot, it counts how many cannot, and takes none. */
+ * when already the first one cannot, it counts how many cannot, and takes none. A page that is being
+ * changed cannot: load() waits for the writer's range. */
 uint32_t block_device::collect(const request_part &part, references *pages, bool *missing)
 {
     cache_shard &shard = cache.shard_of(part.pages.first);
@@ -105,7 +106,7 @@ uint32_t block_device::collect(const request_part &part, references *pages, bool
 
         if (one != nullptr) {
             const uint8_t needed = bits_needed(part, count);
-            if ((getPageValidBitMap(one->page) & needed) == needed)
+            if (!one->changing && (getPageValidBitMap(one->page) & needed) == needed)
                 page = one->page;
         } else if (!files_.present.has(number)) {
             page = getZeroPageCtrl();

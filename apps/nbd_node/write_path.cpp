@@ -1,6 +1,7 @@
 /*
- * Writing. Each page that a write touches is a new one: it takes over what it needs of the page
- * that it replaces, so that readers and the write-back of the old one are not disturbed.
+ * Writing. Pages that are cached whole, and that nobody looks at, are written where they are. Else
+ * each page that a write touches is a new one: it takes over what it needs of the page that it
+ * replaces, so that readers of the old one are not disturbed.
  *
  *     what the write covers                 what the new page takes over
  *     -----------------------------------   ------------------------------------------------
@@ -148,12 +149,33 @@ void block_device::fill_page(const request_part &one, page_ctrl *page)
     setPageZeroFlags(page, one.from == nullptr && covers_page(one));
 }
 
+/* Writes into the cached pages themselves; false when they are not all there for it. */
+bool block_device::change_pages(const request_part &part)
+{
+    cache_shard &shard = cache.shard_of(part.pages.first);
+    std::array<cached_page *, STRIPE_PAGES> pages; /* stay: they are dirty, and the range is held */
+    const range_hold range(cache, part.pages);
+    {
+        std::lock_guard hold(shard.lock);
+        if (!cache.begin_change(shard, part.pages, pages.data()))
+            return false;
+    }
+    for (uint32_t i = 0; i < part.pages.count; ++i)
+        fill_page(part.slice(i, 1), pages[i]->page);
+    std::lock_guard hold(shard.lock);
+    for (uint32_t i = 0; i < part.pages.count; ++i)
+        pages[i]->changing = false;
+    return true;
+}
+
 int block_device::write_pages(io_request &request, const request_part &part)
 {
     cache_shard &shard = cache.shard_of(part.pages.first);
     if (const int failed = admit(request, part.pages.count))
         return failed;
     const admission mine(*this, part.pages.count);
+    if (change_pages(part))
+        return 0;
     page_run run = supply.take(part.pages.count);
     SGL *chain = run.chain();
     references old; /* outlives the range: pages are freed without a lock */

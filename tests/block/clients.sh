@@ -138,6 +138,30 @@ four_connections_on_a_small_pool_find_what_they_wrote()
     fact ' 0 timed out, 0 refused$'
 }
 
+quick four_connections_on_a_whole_cache_find_what_they_wrote
+four_connections_on_a_whole_cache_find_what_they_wrote()
+{
+    # Everything stays cached, so pages are written where they are, while they are written back.
+    config 8192
+    start_device size=16M
+    for seed in 1 2 3; do
+        fio_run --name=mixed --rw=randrw --bsrange=512-128k --size=4m --offset_increment=4m \
+            --numjobs=4 --iodepth=16 --verify=crc32c --verify_fatal=1 --randseed="$seed"
+    done
+    stop_device
+    fact ' 0 timed out, 0 refused$'
+}
+
+quick a_page_is_never_seen_half_old_and_half_new
+a_page_is_never_seen_half_old_and_half_new()
+{
+    config 512
+    start_device size=1M
+    timeout 300 /usr/bin/python3 "$HERE/page_client.py" "$SOCKET" 3000 ||
+        die "the client ended with $?"
+    stop_device
+}
+
 quick writes_and_trims_of_a_client_that_keeps_account_are_all_there
 writes_and_trims_of_a_client_that_keeps_account_are_all_there()
 {
