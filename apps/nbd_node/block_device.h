@@ -99,6 +99,7 @@ private:
     bool write_back_any(io_request &request, int *failed);
     void write_back_loop();
     void write_back_round(io_request &request, uint64_t aged);
+    void pause();
     void wake_write_back();
 
     device_files &files_;

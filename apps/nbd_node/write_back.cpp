@@ -16,7 +16,14 @@
 namespace {
 
 constexpr std::chrono::milliseconds PERIOD{100};
-constexpr std::chrono::milliseconds AGE{1000}; /* dirty pages are written after that */
+constexpr std::chrono::milliseconds AGE{5000};   /* dirty pages are written after that */
+constexpr std::chrono::microseconds LONGEST_PAUSE{10000}; /* between two runs */
+
+/* For pages, in the library's queue. */
+bool requests_wait()
+{
+    return __atomic_load_n(&s_retry_req_list.sum, __ATOMIC_RELAXED) != 0;
+}
 
 } // namespace
 
@@ -196,15 +203,31 @@ void block_device::wake_write_back()
     wake_.notify_one();
 }
 
-/* Old pages first; then as many as there are too many dirty ones; then, for those who wait in the
- * queue, clean pages out of what is left. */
+/* The more pages are dirty, the shorter: a page that is written again and again is better written to
+ * the files once, and the processor is the clients' first. */
+void block_device::pause()
+{
+    const uint64_t room = most_ - std::min<uint64_t>(most_, cache.dirty());
+    std::unique_lock hold(lock_);
+
+    wake_.wait_for(hold, LONGEST_PAUSE * room / most_,
+                   [this] { return stopping_ || requests_wait(); });
+}
+
+/* Pages that were dirty at `aged` first; then as many as there are too many dirty ones; then, for
+ * those who wait in the queue, clean pages out of what is left. */
 void block_device::write_back_round(io_request &request, uint64_t aged)
 {
-    int failed = write_back_until(request, aged);
+    page_range run;
+    int failed = 0;
 
-    while (failed == 0 && cache.dirty() > low_ && write_back_any(request, &failed)) {
-    }
-    while (__atomic_load_n(&s_retry_req_list.sum, __ATOMIC_RELAXED) != 0) {
+    for (uint32_t i = 0; i < block_cache::SHARDS; ++i)
+        for (; failed == 0 && !requests_wait() && pick(cache.shard(i), aged, &run); pause())
+            failed = write_back(request, run);
+    while (failed == 0 && !requests_wait() && cache.dirty() > low_ &&
+           write_back_any(request, &failed))
+        pause();
+    while (requests_wait()) {
         if (cache.give_back(STRIPE_PAGES, true) > 0)
             supply.poller.signal();
         else if (write_back_until(request, cache.now()) != 0 || cache.dirty() == 0)
@@ -244,7 +267,7 @@ void block_device::start(uint32_t timeout)
     if (pages < 2 * 8)
         throw node_error("a page pool of " + std::to_string(pages) + " is too small: 16 at least");
     longest_part_ = std::clamp(pages / 8, 1u, STRIPE_PAGES);
-    low_ = pages / 8;
+    low_ = pages / 4;
     most_ = pages / 2;
     cache.open();
     supply.open(timeout, [this] { wake_write_back(); });
