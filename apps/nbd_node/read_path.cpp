@@ -91,8 +91,8 @@ int block_device::read_part(const request_part &part)
 }
 
 /* Takes references of the pages at the front of the part that can be had at once, and counts them;
- * when already the first one cannot, it counts how many cannot, and takes none. A page that is being
- * changed cannot: load() waits for the writer's range. */
+ * when already the first one cannot, it counts how many cannot, and takes none. A page that is
+ * being changed cannot: load() waits for the writer's range. */
 uint32_t block_device::collect(const request_part &part, references *pages, bool *missing)
 {
     cache_shard &shard = cache.shard_of(part.pages.first);

@@ -203,8 +203,8 @@ void block_device::wake_write_back()
     wake_.notify_one();
 }
 
-/* The more pages are dirty, the shorter: a page that is written again and again is better written to
- * the files once, and the processor is the clients' first. */
+/* The more pages are dirty, the shorter: a page that is written again and again is better written
+ * to the files once, and the processor is the clients' first. */
 void block_device::pause()
 {
     const uint64_t room = most_ - std::min<uint64_t>(most_, cache.dirty());
