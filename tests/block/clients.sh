@@ -157,7 +157,7 @@ a_page_is_never_seen_half_old_and_half_new()
 {
     config 512
     start_device size=1M
-    timeout 300 /usr/bin/python3 "$HERE/page_client.py" "$SOCKET" 3000 ||
+    timeout 300 /usr/bin/python3 "$HERE/page_client.py" "$SOCKET" 1500 ||
         die "the client ended with $?"
     stop_device
 }
@@ -192,6 +192,7 @@ the_console_tells_of_the_pools_while_the_device_serves()
 
     config 512
     start_device size=16M console="$SCRATCH/console"
+    wait_for 120 test -S "$SCRATCH/console" || die "no socket"
     before=$(used_pages) || die "no answer: $(cat "$SCRATCH/pools")"
     io "write -P 0x21 0 2M" "flush"
     used=$(used_pages)
