@@ -339,13 +339,21 @@ def load(name):
         return tomllib.load(file)
 
 
+def written_by_others(document_path):
+    """The block device's section, which apps/nbd_node/measure writes: kept as it stands."""
+    document = document_path.read_text() if document_path.exists() else ""
+    begin = document.find("\n## The block device\n")
+    return "\n" + document[begin:] if begin >= 0 else ""
+
+
 def write(result_path, document_path):
     with open(result_path) as file:
         run = Run(json.load(file))
     rows = load("targets.toml")["row"]
     plot_path = document_path.with_suffix(".svg")
     text, targets = document(run, rows, load("explanations.toml"), plot_path.name)
-    document_path.write_text(text + "\n".join(node_section(Path(result_path).parent) + [""]))
+    kept = written_by_others(document_path)
+    document_path.write_text(text + "\n".join(node_section(Path(result_path).parent) + [""]) + kept)
     plot_path.write_text(plot(run, rows))
     print(f"{document_path}: {targets.met} targets met, {targets.missed} missed, "
           f"{targets.unmeasured} not measured")
