@@ -14,8 +14,8 @@ import sys
 import nbd
 
 PAGE = 8192
-PAGES = 4
-UNDER_WAY = 12
+PAGES = 2
+UNDER_WAY = 3
 
 
 def connect(socket):
