@@ -291,6 +291,7 @@ int block_device::stop()
     } catch (const std::exception &) {
         failed = ENOMEM;
     }
+    supply.statistics.sample(); /* the cache goes, and with it what it held at its fullest */
     files_.stop();
     records_left_ = !cache.close();
     supply.poller.stop();

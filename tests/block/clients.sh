@@ -73,6 +73,8 @@ zeros_that_must_keep_their_room_are_no_holes()
     nbdinfo --map "$URI" >"$SCRATCH/map"
     grep -qE '^ +0 +1048576 +0 +data' "$SCRATCH/map" || die "$(cat "$SCRATCH/map")"
     stop_device
+    # All of its pages stay in the cache to the end.
+    fact '^pages *128 of 1024 in use at the peak$'
 }
 
 quick zeros_take_no_page
