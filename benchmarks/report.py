@@ -365,6 +365,13 @@ def load(name):
         return tomllib.load(file)
 
 
+def written_by_others(document_path):
+    """The block device's section, which apps/nbd_node/measure writes: kept as it stands."""
+    document = document_path.read_text() if document_path.exists() else ""
+    begin = document.find("\n## The block device\n")
+    return "\n" + document[begin:] if begin >= 0 else ""
+
+
 def write(result_path, document_path):
     with open(result_path) as file:
         run = Run(json.load(file))
@@ -372,8 +379,10 @@ def write(result_path, document_path):
     plot_path = document_path.with_suffix(".svg")
     text, targets = document(run, rows, load("explanations.toml"), plot_path.name)
     folder = Path(result_path).parent
-    document_path.write_text(
-        text + "\n".join(instructions_section(folder, rows) + node_section(folder) + [""]))
+    kept = written_by_others(document_path)
+    ours = instructions_section(folder, rows) + node_section(folder) + [""]
+    document_path.write_text(text + "
+".join(ours) + kept)
     plot_path.write_text(plot(run, rows))
     print(f"{document_path}: {targets.met} targets met, {targets.missed} missed, "
           f"{targets.unmeasured} not measured")

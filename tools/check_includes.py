@@ -39,7 +39,7 @@ LIBC_OF_ONE = {"zyumm_cmm_page.h": {"pthread.h"}}  # an exported once-control
 PROBES = "sys/sdt.h"
 PROBE_HEADERS = {"cmm_probe.h", "zymm_probe.h"}
 VENDORS = ("mxml.h", "numa.h", "numaif.h", "ini.h", "INIReader.h", "spdlog/", "fmt/", "CLI/",
-           "gtest/")
+           "gtest/", "nbdkit-", "isa-l/")
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]')
 
@@ -181,7 +181,7 @@ def console_source(path, kind, detail):
 
 def program(path, kind, detail):
     if kind == "vendor":
-        return detail.startswith("CLI/")
+        return detail.startswith(("CLI/", "nbdkit-", "isa-l/"))
     return kind in ("exported", "seam", "host", "console", "own", "system")
 
 

@@ -3,6 +3,7 @@
 #
 #     tools/install_packages.sh build     what ./run needs
 #     tools/install_packages.sh test      what ./test needs besides (the default)
+#     tools/install_packages.sh block     what ./run block needs: the build's, nbdkit and clients
 #     tools/install_packages.sh bench     what ./bench needs: the build's packages and the peers
 #
 # The one place that lists them. As root it calls apt-get itself, otherwise through sudo.
@@ -16,6 +17,7 @@ BUILD_PACKAGES=(
     libspdlog-dev   # log sinks and rotation
     systemtap-sdt-dev # static probes: a header, nothing at run time
     libcli11-dev    # command lines of the programs
+    nbdkit-plugin-dev libisal-dev # nbd_node: what it plugs into, and its CRC
     libedit-dev libncurses-dev # cmmctl's prompt and screen
     nlohmann-json3-dev # cmmctl and the tests read the console commands' JSON
 )
@@ -26,6 +28,10 @@ TEST_PACKAGES=(
     gcovr            # the coverage of the unit tests
     tmux             # cmmctl as a user sees it
     valgrind libc6-dbg # a use after free is found at its line
+)
+BLOCK_PACKAGES=(
+    nbdkit                         # the server that nbd_node plugs into
+    libnbd-bin python3-libnbd qemu-utils fio e2fsprogs # its clients
 )
 BENCH_PACKAGES=(
     libbenchmark-dev python3
@@ -60,9 +66,10 @@ as_root()
 
 case "${1:-test}" in
     build) wanted=("${BUILD_PACKAGES[@]}") ;;
-    test)  wanted=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}") ;;
+    test)  wanted=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${BLOCK_PACKAGES[@]}") ;;
+    block) wanted=("${BUILD_PACKAGES[@]}" "${BLOCK_PACKAGES[@]}") ;;
     bench) wanted=("${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}") ;;
-    *)     echo "usage: tools/install_packages.sh [build|test|bench]" >&2; exit 2 ;;
+    *)     echo "usage: tools/install_packages.sh [build|test|block|bench]" >&2; exit 2 ;;
 esac
 
 if ! command -v dpkg-query >/dev/null; then

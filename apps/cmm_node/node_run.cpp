@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 
 #include "console_use.h"
 #include "leak_audit.h"
@@ -28,6 +29,15 @@ namespace {
 
 constexpr uint64_t LOG_FILE_BYTES = 10u << 20;
 constexpr uint32_t LOG_FILES = 2; /* full ones, besides the current */
+
+/* Where the build, and a package, put the sample: beside the program's folder. */
+std::string config_dir(const node_options &options)
+{
+    if (!options.config_dir.empty())
+        return options.config_dir;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+    return (program.parent_path().parent_path() / "etc" / "cmm_node").string();
+}
 
 void set_up_log(const node_options &options)
 {
@@ -112,7 +122,7 @@ int run_node(const node_options &options)
     const std::vector<source_file> sources = find_sources(options.files);
     io_context io(options.replicas, options.timeout);
     std::deque<worker> workers;
-    library_use library(options.config_dir);
+    library_use library(config_dir(options));
     console_use console(options.console);
     serving_threads serving(io);
     const pool_limits limits = find_limits(options.replicas);

@@ -17,17 +17,8 @@
 
 namespace {
 
-/* Where the build, and a package, put the sample: beside the program's folder. */
-std::string sample_config_dir()
+void choose_config(const std::string &dir)
 {
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
-    return (program.parent_path().parent_path() / "etc" / "cmm_node").string();
-}
-
-void choose_config(const std::string &config_dir)
-{
-    const std::string dir = config_dir.empty() ? sample_config_dir() : config_dir;
-
     if (!std::filesystem::is_directory(dir))
         throw node_error(dir + ": no folder with a configuration");
     if (zyumm_set_config_path(dir.c_str(), __func__, __LINE__) != CMM_OK)

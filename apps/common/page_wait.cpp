@@ -83,7 +83,7 @@ page_run page_waiter::take(uint32_t pages, uint32_t timeout)
         arrived_ = false;
         failing_ = false;
     }
-    ++statistics_.requests;
+    bool look = statistics_.requests++ % statistics_.sample_each == 0;
     /* No lock is held here: the answer may come before the call returns. */
     allocMultiPagesForPagePoolTimeOut(pages, nullptr, timeout, deliver,
                                       reinterpret_cast<uint64_t>(this), expect_failure,
@@ -91,12 +91,15 @@ page_run page_waiter::take(uint32_t pages, uint32_t timeout)
                                       __LINE__);
 
     std::unique_lock hold(lock_);
-    if (!arrived_)
+    if (!arrived_) {
         poller_.signal(); /* pages may have come back between the attempt and the queueing */
+        look = true;
+    }
     arrival_.wait(hold, [this] { return arrived_; });
     if (chain_ == nullptr)
         throw node_error(reason(pages, timeout));
     hold.unlock();
-    statistics_.sample();
+    if (look)
+        statistics_.sample();
     return page_run(chain_, poller_);
 }

@@ -20,6 +20,8 @@ public:
     request_record(const request_record &) = delete;
     ~request_record() { freeReq(req_, NODE_MODULE_ID, __func__, __LINE__); }
 
+    cmm_req *record() const { return req_; }
+
 private:
     cmm_req *req_ = nullptr;
 };

@@ -35,6 +35,10 @@ struct page_statistics {
     std::atomic<uint64_t> peak_pages{0};
     std::atomic<uint64_t> peak_sgls{0};
 
+    /* The peaks are looked for at each so many requests, and whenever one had to wait: counting
+     * what is in use visits every thread's cache. Set before the first request. */
+    uint64_t sample_each = 1;
+
     /* Looks at what is in use now. */
     void sample();
 };

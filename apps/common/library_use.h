@@ -12,7 +12,7 @@
 class library_use
 {
 public:
-    /* Starts the library with the configuration in `config_dir` (empty: the sample); throws. */
+    /* Starts the library with the configuration in the folder `config_dir`; throws. */
     explicit library_use(const std::string &config_dir);
     ~library_use();
 
