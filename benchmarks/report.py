@@ -381,8 +381,7 @@ def write(result_path, document_path):
     folder = Path(result_path).parent
     kept = written_by_others(document_path)
     ours = instructions_section(folder, rows) + node_section(folder) + [""]
-    document_path.write_text(text + "
-".join(ours) + kept)
+    document_path.write_text(text + "\n".join(ours) + kept)
     plot_path.write_text(plot(run, rows))
     print(f"{document_path}: {targets.met} targets met, {targets.missed} missed, "
           f"{targets.unmeasured} not measured")
