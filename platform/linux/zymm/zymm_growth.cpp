@@ -176,6 +176,9 @@ const char *slab_back(slab *s)
 {
     if (s->min_num > UINT64_MAX / 4 / s->shape.stride)
         return "min_num objects exceed the address space";
+    /* Of the whole, since each node's share alone may fit. */
+    if (!system_has(s->min_num * s->shape.stride))
+        return "no memory to back min_num objects";
     if ((s->attr & ZYMM_EXTRA_ONE_BLOCK) != 0)
         return back_one_block(s);
     if (s->min_num == 0 && s->max_num != 0 && (s->attr & ZYMM_EXTRA_LOCKED) != 0)

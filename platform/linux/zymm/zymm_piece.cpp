@@ -5,7 +5,7 @@
  * fails, nothing else happens.
  *
  * A piece's memory is backed when objects are first used, but for those that the slab has to keep
- * ready (min_num), whose links are backed too.
+ * ready (min_num), whose links are backed too. Both prefer the piece's node.
  */
 #include "zymm_piece.h"
 
@@ -106,6 +106,7 @@ static const char *make_side(const slab *s, piece *p)
     char *memory = static_cast<char *>(system_map(p->side_bytes, PAGE_BYTES));
     if (memory == nullptr)
         return "no memory for records";
+    node_bind(memory, p->side_bytes, p->node);
     p->links = reinterpret_cast<std::atomic<uint32_t> *>(memory);
     p->tags = tag_bytes != 0 ? reinterpret_cast<object_tag *>(memory + link_bytes) : nullptr;
     return nullptr;

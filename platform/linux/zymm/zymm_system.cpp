@@ -91,13 +91,18 @@ static void touch_pages(char *memory, uint64_t bytes)
         __atomic_store_n(memory + at, char(0), __ATOMIC_RELAXED);
 }
 
+bool system_has(uint64_t bytes)
+{
+    uint64_t machine = 0;
+    const int known = zyax_get_total_mem(&machine);
+    return known != 0 || bytes <= machine;
+}
+
 bool system_populate(void *memory, uint64_t bytes)
 {
     if (bytes == 0)
         return true;
-    uint64_t machine = 0;
-    const int known = zyax_get_total_mem(&machine);
-    if (known == 0 && bytes > machine)
+    if (!system_has(bytes))
         return false;
 
     const uint64_t whole = round_up(bytes, PAGE_BYTES);

@@ -35,6 +35,9 @@ void *system_map_huge(uint64_t bytes);
 
 void system_unmap(void *memory, uint64_t bytes);
 
+/* Whether the machine is as large as this at all; true when its size is unknown. */
+bool system_has(uint64_t bytes);
+
 /* Backs the range with pages at once. False when the system has too few. */
 bool system_populate(void *memory, uint64_t bytes);
 
