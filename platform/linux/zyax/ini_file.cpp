@@ -41,6 +41,13 @@ static bool is_comment(const char *line)
     return line[0] == ';' || line[0] == '#';
 }
 
+/* All that inih takes for white space, but the line break. A line that begins with any of it would
+ * be the continuation of the value before. */
+static bool is_blank(int c)
+{
+    return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
+}
+
 /* inih's line reader: as fgets, but it drops leading blanks and the line break, and never splits a
  * line. */
 static char *read_line(char *line, int size, void *stream)
@@ -50,7 +57,7 @@ static char *read_line(char *line, int size, void *stream)
     bool is_cut = false;
     int c;
     while ((c = fgetc(source->file)) != EOF && c != '\n') {
-        if (length == 0 && (c == ' ' || c == '\t'))
+        if (length == 0 && is_blank(c))
             continue;
         if (c == '\0')
             source->is_broken = true;

@@ -62,6 +62,18 @@ TEST_F(ZyaxIni, values_are_found_by_section_and_key)
     EXPECT_EQ(value("no", "such"), "(none)");
 }
 
+TEST_F(ZyaxIni, no_white_space_at_the_begin_of_a_line_makes_it_continue_the_value_before)
+{
+    ASSERT_EQ(open_text("[a]\nfirst=1\n\vsecond=2\nthird=3\n\f[b]\n\rfourth=4\n \t\v\f\rfifth=5\n"),
+              0);
+
+    EXPECT_EQ(value("a", "first"), "1");
+    EXPECT_EQ(value("a", "second"), "2");
+    EXPECT_EQ(value("a", "third"), "3");
+    EXPECT_EQ(value("b", "fourth"), "4");
+    EXPECT_EQ(value("b", "fifth"), "5");
+}
+
 TEST_F(ZyaxIni, the_last_of_equal_keys_holds)
 {
     ASSERT_EQ(open_text("[a]\nkey=1\nkey=2\n[b]\nkey=3\n[a]\nkey=4\n"), 0);
