@@ -1,5 +1,7 @@
 /*
- * Who may ask is a waiter that is free; they are made once, as many as the queue has places.
+ * Who may ask is a waiter that is free; they are made once, as many as the queue has places for at
+ * any moment: fewer than it has records, since a record is given back only after its answer, when
+ * the waiter may ask again already.
  */
 #include "page_supply.h"
 
@@ -9,13 +11,15 @@ namespace {
 
 constexpr uint32_t PAGES_OF_A_PLACE  = 8;  /* the queue's size */
 constexpr uint32_t MOST_WAITERS      = 256;
+constexpr uint32_t ANSWERED_RECORDS  = 3;  /* not yet back: of a timer run, a polled run, a walk */
 constexpr uint64_t REQUESTS_A_LOOK   = 64; /* at what is in use: a request is often one page */
 
 } // namespace
 
 void page_supply::open(uint32_t timeout, std::function<void()> short_of_pages)
 {
-    const uint32_t places = g_ucmm_config.page_max / PAGES_OF_A_PLACE;
+    const uint32_t records = g_ucmm_config.page_max / PAGES_OF_A_PLACE;
+    const uint32_t places  = records > ANSWERED_RECORDS ? records - ANSWERED_RECORDS : 1;
 
     timeout_ = timeout;
     statistics.sample_each = REQUESTS_A_LOOK;
