@@ -51,8 +51,8 @@ void print_pools(page_cache &cache)
 
 void answer_signals(work_list &list, onlooker &look)
 {
-    look.signals.fetch();
-    if (look.signals.stop_signal() != 0)
+    look.signals.fetch([&list] { list.stop(); });
+    if (look.signals.stop_signal() != 0) /* perhaps of an earlier phase */
         list.stop();
     if (look.signals.take_show())
         print_pools(look.cache);

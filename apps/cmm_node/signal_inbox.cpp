@@ -26,15 +26,15 @@ signal_inbox::signal_inbox()
     pthread_sigmask(SIG_BLOCK, &watched_, &before_);
 }
 
-void signal_inbox::fetch()
+void signal_inbox::fetch(const std::function<void()> &stop)
 {
     const timespec at_once{};
 
     for (int number; (number = sigtimedwait(&watched_, nullptr, &at_once)) > 0;)
-        note(number);
+        note(number, stop);
 }
 
-void signal_inbox::note(int number)
+void signal_inbox::note(int number, const std::function<void()> &stop)
 {
     if (number == SIGUSR1) {
         show_ = true;
@@ -45,6 +45,7 @@ void signal_inbox::note(int number)
         raise(number);
     }
     stop_ = number;
+    stop();
     fprintf(stderr, "cmm_node: stopping when the requests under way are done; "
                     "the same again ends at once\n");
 }

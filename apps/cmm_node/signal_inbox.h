@@ -18,6 +18,7 @@
 #pragma once
 
 #include <csignal>
+#include <functional>
 
 class signal_inbox
 {
@@ -25,8 +26,9 @@ public:
     signal_inbox();
     signal_inbox(const signal_inbox &) = delete;
 
-    /* Takes in what has arrived. */
-    void fetch();
+    /* Takes in what has arrived. `stop` is called for the first stop signal, and only then does the
+     * program say that it stops: who reads that may rely on it. */
+    void fetch(const std::function<void()> &stop = [] {});
 
     /* The stop signal that has arrived; 0 = none. */
     int stop_signal() const { return stop_; }
@@ -35,7 +37,7 @@ public:
     bool take_show();
 
 private:
-    void note(int number);
+    void note(int number, const std::function<void()> &stop);
 
     sigset_t watched_;
     sigset_t before_; /* what the thread had blocked */
