@@ -290,6 +290,11 @@ TEST_F(OnTerminal, an_interrupt_drops_the_line_and_not_the_prompt)
     shown.type("half a li");
     ASSERT_TRUE(shown.shows("half a li"));
     shown.press({"C-c"});
+    /* The terminal drops what is typed in the moment of an interrupt. */
+    ASSERT_TRUE(shown.comes_to([&] {
+        const std::string text = shown.text();
+        return text.find("cmm>") != text.rfind("cmm>");
+    }));
     shown.type("whole");
     shown.press({"Enter"});
     EXPECT_TRUE(shown.shows("answer to whole"));
