@@ -22,8 +22,8 @@ FEW, MORE, MANY = 10, 110, 100010
 # A difference of fewer instructions than this may come from starting and ending the program.
 ENOUGH = 20_000_000
 SOURCES = ("limit", "static", "packet", "packet_nocache", "packet_bulk", "sector_loop")
-# Rows whose turns are not alike, or in which threads wait for one another, say nothing as an average.
-LEFT_OUT = ("_tail", "dry_", "obtainable", "memory", "_cold")
+# Rows whose turns are not alike, or that wait for memory or for a client, say nothing as an average.
+LEFT_OUT = ("_tail", "dry_", "obtainable", "memory", "_cold", "_console", "pair_top", "page_ws")
 LINE = re.compile(r"^\s*([\d,]+)\s+\(\s*[\d.]+%\)\s+(.*)$")
 # A room for thread-local data that the program would otherwise start itself again for.
 ENVIRONMENT = {**os.environ, "GLIBC_TUNABLES": "glibc.rtld.optional_static_tls=16384"}
