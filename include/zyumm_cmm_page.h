@@ -536,7 +536,9 @@ CMM_API uint8_t getPageValidBitMap(page_ctrl *ctrl);
  *
  * The timer outlives a stop: until the next start its ticks find a configured maximum but no pool,
  * and say so, with a limit. A process that will not start the library again may delete it before
- * its last stop: zyax_timer_delete(&g_page_async_evict_handler.timer).
+ * its last stop: zyax_timer_delete(&g_page_async_evict_handler.timer). A tick that runs meanwhile
+ * reports an error, since it cannot arm the timer again; from another timer's function, which runs
+ * in the same thread, there is no such tick.
  */
 CMM_API extern page_evict_table g_page_async_evict_handler;
 

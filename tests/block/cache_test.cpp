@@ -4,50 +4,24 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include "block_device.h"
+#include "config_directory.h"
 #include "library_use.h"
 
 namespace {
-
-constexpr const char *CONFIG = R"(<node_config>
- <memcfg>
-  <mem>1</mem>
- </memcfg>
- <config>
-  <node memory="1">
-   <umm>
-    <uprocess name="default">
-     <rdma_flag flag="0"/>
-     <req_num num="64"/>
-     <sgl_num num="256"/>
-     <page_num num="64"/>
-     <pool_threadcache cache_size="0"/>
-     <pool_cachenum page="0" page_maxcachethreadnum="0" 64K_inner="0" 64K_outer="0"/>
-     <mem_coredump dump_level="0"/>
-    </uprocess>
-   </umm>
-  </node>
- </config>
-</node_config>
-)";
 
 class BlockCache : public ::testing::Test
 {
 protected:
     BlockCache()
     {
-        std::string folder = ::testing::TempDir() + "block_cache_test-XXXXXX";
-        folder_ = mkdtemp(folder.data());
-        std::ofstream(folder_ + "/node_config.xml") << CONFIG;
-        library_ = std::make_unique<library_use>(folder_);
-        files_ = std::make_unique<device_files>(folder_ + "/disk", std::vector<std::string>{},
+        library_ = std::make_unique<library_use>(folder_.path());
+        files_ = std::make_unique<device_files>(folder_.path() + "/disk", std::vector<std::string>{},
                                                 1 << 20, false);
         device_ = new block_device(*files_, false);
         device_->start(30);
@@ -56,7 +30,6 @@ protected:
     {
         EXPECT_EQ(device_->stop(), 0);
         EXPECT_TRUE(library_->stop());
-        std::filesystem::remove_all(folder_);
     }
 
     void write_page(uint64_t number, uint8_t byte)
@@ -76,7 +49,7 @@ protected:
         page->changing = false;
     }
 
-    std::string                   folder_;
+    const config_directory        folder_{{64, 256, 64}};
     std::unique_ptr<library_use>  library_;
     std::unique_ptr<device_files> files_;
     static block_device          *device_; /* kept for good: the eviction call-back refers to it */
@@ -155,7 +128,7 @@ TEST_F(BlockCache, a_clean_page_that_is_changed_is_dirty_and_written_back)
     EXPECT_EQ(device_->cache.dirty(), 1u);
     ASSERT_EQ(device_->flush(), 0);
 
-    std::ifstream file(folder_ + "/disk", std::ios::binary);
+    std::ifstream file(folder_.path() + "/disk", std::ios::binary);
     file.seekg(4300800 + 3 * 8320);
     file.read(reinterpret_cast<char *>(seen.data()), 8320);
     EXPECT_EQ(seen[0], 0x22);

@@ -84,7 +84,7 @@ TEST(SampleRound, the_answers_make_the_sample)
 TEST(SampleRound, holders_of_the_pools_with_most_bytes_out_are_asked_for)
 {
     node_sample sample;
-    for (uint64_t used : {1, 6, 0, 3, 5, 2, 4})
+    for (uint64_t used : {1u, 6u, 0u, 3u, 5u, 2u, 4u})
         sample.pools.pools.push_back(a_pool(std::to_string(used), used, 10));
     sample_round round(SCREEN_ROUND);
 

@@ -8,41 +8,13 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
-#include <string>
 #include <thread>
 
+#include "config_directory.h"
 #include "zyumm_cmm.h"
 #include "zyumm_cmm_page.h"
 #include "zyumm_cmm_sgl.h"
 #include "zyumm_cmm_req.h"
-
-/* Object counts of the pools that a test process wants. */
-struct pool_sizes {
-    uint32_t pages;
-    uint32_t sgls;
-    uint32_t reqs;
-};
-
-/*
- * Writes node_config.xml into a fresh directory and points the library at it; its one section
- * serves a machine of any size. The directory goes with the object.
- */
-class config_directory
-{
-public:
-    explicit config_directory(const pool_sizes &sizes);
-    ~config_directory();
-    config_directory(const config_directory &) = delete;
-    config_directory &operator=(const config_directory &) = delete;
-
-    const std::string &path() const
-    {
-        return path_;
-    }
-
-private:
-    std::string path_;
-};
 
 /* Drives the retry queue from one thread until it is destroyed, which must be before the stop. */
 class retry_poller
