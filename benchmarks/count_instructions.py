@@ -18,7 +18,7 @@ import tempfile
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-FEW, MORE, MANY = 10, 110, 100010
+FEW, MORE, MANY = 10, 110, 200000
 # A difference of fewer instructions than this may come from starting and ending the program.
 ENOUGH = 20_000_000
 SOURCES = ("limit", "static", "packet", "packet_nocache", "packet_bulk", "sector_loop")
@@ -63,13 +63,20 @@ def run_once(program, name, turns, folder):
     return own, entry.get("per", 1)
 
 
+def turns_for(cost):
+    """How many turns of about that many instructions differ enough from few."""
+    return FEW + min(MANY, int(2 * ENOUGH / max(cost, 1)))
+
+
 def count(program, name):
     with tempfile.TemporaryDirectory() as folder:
         few, per = run_once(program, name, FEW, Path(folder))
-        for turns in (MORE, MANY):
+        turns = MORE
+        many, _ = run_once(program, name, turns, Path(folder))
+        difference = sum(many.values()) - sum(few.values())
+        if difference < ENOUGH:
+            turns = turns_for(difference / (MORE - FEW))
             many, _ = run_once(program, name, turns, Path(folder))
-            if sum(many.values()) - sum(few.values()) > ENOUGH:
-                break
     operations = (turns - FEW) * per
     cost = {function: (value - few.get(function, 0)) / operations for function, value in many.items()}
     row, source = name.split("/")[:2]
