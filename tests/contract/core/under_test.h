@@ -1,7 +1,7 @@
 /*
  * What the core contract tests need beyond the seam, for the platform that they run against.
  *
- * The tests are compiled twice: under_test_fake.cpp or under_test_linux.cpp answers these.
+ * The tests are compiled once: under_test_fake.cpp or under_test_linux.cpp answers these.
  */
 #pragma once
 
