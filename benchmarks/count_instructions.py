@@ -18,7 +18,7 @@ import tempfile
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-FEW, MORE, MANY = 10, 110, 200000
+FEW, MORE, LONG, MANY = 10, 110, 1010, 100010
 # A difference of fewer instructions than this may come from starting and ending the program.
 ENOUGH = 20_000_000
 SOURCES = ("limit", "static", "packet", "packet_nocache", "packet_bulk", "sector_loop")
@@ -63,11 +63,6 @@ def run_once(program, name, turns, folder):
     return own, entry.get("per", 1)
 
 
-def turns_for(cost):
-    """How many turns of about that many instructions differ enough from few."""
-    return FEW + min(MANY, int(2 * ENOUGH / max(cost, 1)))
-
-
 def count(program, name):
     with tempfile.TemporaryDirectory() as folder:
         few, per = run_once(program, name, FEW, Path(folder))
@@ -75,7 +70,7 @@ def count(program, name):
         many, _ = run_once(program, name, turns, Path(folder))
         difference = sum(many.values()) - sum(few.values())
         if difference < ENOUGH:
-            turns = turns_for(difference / (MORE - FEW))
+            turns = LONG if difference > ENOUGH / 4 else MANY
             many, _ = run_once(program, name, turns, Path(folder))
     operations = (turns - FEW) * per
     cost = {function: (value - few.get(function, 0)) / operations for function, value in many.items()}
