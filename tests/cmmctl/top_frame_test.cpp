@@ -121,8 +121,8 @@ PAGE PARTITION                 2   2.0K    7.0s      0 writer       protect:42
 
 TEST(TopFrame, is_never_wider_or_higher_than_it_may)
 {
-    for (size_t columns : {1, 2, 7, 10, 39, 79, 81, 200})
-        for (size_t lines : {1, 2, 3, 4, 5, 8, 9, 12, 50}) {
+    for (size_t columns : {1u, 2u, 7u, 10u, 39u, 79u, 81u, 200u})
+        for (size_t lines : {1u, 2u, 3u, 4u, 5u, 8u, 9u, 12u, 50u}) {
             const painted_text frame = top_frame(busy_state(), columns, lines);
             ASSERT_EQ(frame.size(), lines) << columns;
             for (const painted_line &line : frame)
