@@ -8,12 +8,12 @@
 #include <algorithm>
 
 #include "node_error.h"
+#include "page_wait.h"
 #include "zyumm_cmm.h"
 
 namespace {
 
 constexpr uint32_t LONGEST_REQUEST = 128; /* pages: 1 MiB of data */
-constexpr uint32_t PAGES_OF_A_PLACE = 8;  /* the queue has one place for every 8 pages */
 
 uint32_t sgls_of(uint32_t pages)
 {
@@ -40,7 +40,7 @@ pool_limits find_limits(uint32_t replicas)
 
     const uint32_t pages =
         uint32_t(std::min<uint64_t>({LONGEST_REQUEST, pools.page_max, longest_chain}));
-    const uint32_t threads = std::min({pools.page_max / PAGES_OF_A_PLACE, pools.req_max,
+    const uint32_t threads = std::min({places_to_wait(), pools.req_max,
                                        pools.sgl_max / (sgls_of(pages) * chains)});
     return {pages, std::max(1u, threads), std::min(pages, pools.page_max - pages)};
 }

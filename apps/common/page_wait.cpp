@@ -5,10 +5,14 @@
 
 #include "node_error.h"
 #include "retry_poller.h"
+#include "zyumm_cmm.h"
 #include "zyumm_cmm_page.h"
 #include "zyumm_cmm_sgl.h"
 
 namespace {
+
+constexpr uint32_t PAGES_OF_A_RECORD = 8; /* the queue's size */
+constexpr uint32_t ANSWERED_RECORDS  = 3; /* not yet back: of a timer run, a polled run, a walk */
 
 void raise_to(std::atomic<uint64_t> &peak, uint64_t value)
 {
@@ -18,6 +22,12 @@ void raise_to(std::atomic<uint64_t> &peak, uint64_t value)
 }
 
 } // namespace
+
+uint32_t places_to_wait()
+{
+    const uint32_t records = g_ucmm_config.page_max / PAGES_OF_A_RECORD;
+    return records > ANSWERED_RECORDS ? records - ANSWERED_RECORDS : 1;
+}
 
 void page_statistics::sample()
 {

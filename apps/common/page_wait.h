@@ -43,6 +43,10 @@ struct page_statistics {
     void sample();
 };
 
+/* Requests that may wait at once in the started library, at least one: as many as its queue has
+ * records, less those that have been answered and are not back yet. */
+uint32_t places_to_wait();
+
 class page_waiter
 {
 public:

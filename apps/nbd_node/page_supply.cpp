@@ -9,22 +9,17 @@
 
 namespace {
 
-constexpr uint32_t PAGES_OF_A_PLACE  = 8;  /* the queue's size */
-constexpr uint32_t MOST_WAITERS      = 256;
-constexpr uint32_t ANSWERED_RECORDS  = 3;  /* not yet back: of a timer run, a polled run, a walk */
-constexpr uint64_t REQUESTS_A_LOOK   = 64; /* at what is in use: a request is often one page */
+constexpr uint32_t MOST_WAITERS    = 256;
+constexpr uint64_t REQUESTS_A_LOOK = 64; /* at what is in use: a request is often one page */
 
 } // namespace
 
 void page_supply::open(uint32_t timeout, std::function<void()> short_of_pages)
 {
-    const uint32_t records = g_ucmm_config.page_max / PAGES_OF_A_PLACE;
-    const uint32_t places  = records > ANSWERED_RECORDS ? records - ANSWERED_RECORDS : 1;
-
     timeout_ = timeout;
     statistics.sample_each = REQUESTS_A_LOOK;
     short_of_pages_ = std::move(short_of_pages);
-    for (uint32_t i = 0; i < std::min(places, MOST_WAITERS); ++i)
+    for (uint32_t i = 0; i < std::min(places_to_wait(), MOST_WAITERS); ++i)
         free_.push_back(&waiters_.emplace_back(statistics, poller));
 }
 

@@ -1,5 +1,6 @@
 /*
- * Parts of cmm_node in a started library with 16 pages, so with two places in the queue.
+ * Parts of cmm_node in a started library with 16 pages, so with two records in the queue, unless a
+ * fixture wants more.
  */
 #pragma once
 
@@ -19,10 +20,10 @@
 class NodeParts : public NodeProgram
 {
 protected:
-    NodeParts()
+    explicit NodeParts(uint32_t pages = 16)
     {
         zyax_log_set_level(2); /* a dry pool is what these tests are about */
-        library_ = std::make_unique<library_use>(make_config(node_config(16, 8, 4)));
+        library_ = std::make_unique<library_use>(make_config(node_config(pages, 8, 4)));
     }
 
     /* What a test leaves running or holding goes before the library does. */

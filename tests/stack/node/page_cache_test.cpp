@@ -13,6 +13,10 @@ using ::testing::HasSubstr;
 class NodeCache : public NodeParts
 {
 protected:
+    explicit NodeCache(uint32_t pages = 16) : NodeParts(pages)
+    {
+    }
+
     void open(uint32_t capacity)
     {
         io_.cache.open(capacity);
@@ -175,16 +179,26 @@ TEST_F(NodeCache, an_empty_cache_is_asked_in_vain)
     EXPECT_EQ(pages_out(), 16u);
 }
 
-TEST_F(NodeCache, keeping_finding_and_evicting_at_once_loses_nothing)
+/* With places to wait for two threads that ask again as soon as they were answered. */
+class NodeCacheOfTwo : public NodeCache
 {
+protected:
+    NodeCacheOfTwo() : NodeCache(40)
+    {
+    }
+};
+
+TEST_F(NodeCacheOfTwo, keeping_finding_and_evicting_at_once_loses_nothing)
+{
+    ASSERT_EQ(places_to_wait(), 2u);
     open(4);
     std::vector<std::jthread> threads;
     for (uint32_t source = 0; source < 2; ++source)
         threads.emplace_back([this, source] {
             page_waiter &waiter = source == 0 ? first_ : second_;
             for (uint64_t round = 0; round < 300; ++round) {
-                const page_run run = waiter.take(7, 30);
-                mark_valid(run.chain(), 7 * 8192);
+                const page_run run = waiter.take(18, 30);
+                mark_valid(run.chain(), 18 * 8192);
                 io_.cache.keep({source, round}, run.chain());
                 io_.cache.find({1 - source, round + 3});
                 io_.cache.newest();
@@ -196,7 +210,7 @@ TEST_F(NodeCache, keeping_finding_and_evicting_at_once_loses_nothing)
     });
     threads.clear();
 
-    EXPECT_EQ(io_.cache.statistics().kept, 4200u);
+    EXPECT_EQ(io_.cache.statistics().kept, 10800u);
     EXPECT_LE(pages_out(), 4u);
     expect_clean();
 }

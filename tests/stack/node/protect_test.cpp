@@ -109,8 +109,8 @@ TEST_F(NodeProtect, threads_that_together_need_eight_times_the_pool_all_get_thei
 
 TEST_F(NodeProtect, no_more_threads_than_the_queue_has_places)
 {
-    make_config(node_config(16, 8, 8));
-    const node_result run = node({"--threads", "8", make_file("file", noise(300000))});
+    make_config(node_config(40, 24, 8)); /* 5 records, of which 3 may not be back yet */
+    const node_result run = node({"--threads", "8", make_file("file", noise(600000))});
 
     EXPECT_EQ(run.code, 0) << run.err;
     EXPECT_THAT(run.out, HasSubstr("by 2 threads"));
